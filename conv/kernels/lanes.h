@@ -1,0 +1,456 @@
+// The rules of conv/rules.h for vectors without masks, which have no conversions between 64-bit
+// integers and floating values: for SSE2 and AVX2. Included after block.h by a file that provides
+//
+//   reversed<Size>           the bytes of each element in reverse order
+//   widened_low, _high<T>    the first or last half of a vector of T, in twice the size
+//   evens, odds              every other 32-bit element of two vectors
+//   saturated_bytes, _shorts, low_bytes, low_shorts   two vectors into elements of half the size
+//   floats_of_ints ...       the processor's conversions
+//   lesser, greater          its minima and maxima, which answer their second operand for a NaN
+//   spread_threes, joined_threes  three bytes to the top of four, and back
+//   all_zero
+
+template <class T>
+struct LanesOf {
+  typedef T type __attribute__((vector_size(kVector)));
+};
+template <class T>
+using Lanes = typename LanesOf<T>::type;
+
+template <class T>
+INLINE Lanes<T> as(Vector x) {
+  return __builtin_bit_cast(Lanes<T>, x);
+}
+template <class T>
+INLINE Vector bits(T x) {
+  return __builtin_bit_cast(Vector, x);
+}
+
+template <class T, int N>
+INLINE Block<T, N> load_some(const char *from, long bytes) {
+  Block<T, N> block{};
+  std::memcpy(&block, from, static_cast<size_t>(bytes));
+  return block;
+}
+
+template <class T, int N>
+INLINE void store_some(char *to, Block<T, N> block, long bytes) {
+  std::memcpy(to, &block, static_cast<size_t>(bytes));
+}
+
+// Bits that are set where an element is not exact.
+struct Flaws {
+  Vector bits;
+};
+
+INLINE void add(Flaws more, Flaws &flaws) { flaws.bits |= more.bits; }
+
+INLINE void note(Vector inexact, Flaws &flaws) { flaws.bits |= inexact; }
+
+// ---- Order ----
+
+template <char R, class T>
+INLINE Vector ordered(Vector x) {
+  if constexpr (R == 'm' && sizeof(T) > 1) {
+    return reversed<sizeof(T)>(x);
+  } else if constexpr (R == 'a' && std::is_same_v<T, double>) {
+    return bits(as<unsigned long>(x) << 32 | as<unsigned long>(x) >> 32);
+  } else {
+    return x;
+  }
+}
+
+// ---- Integers ----
+
+// The type of half, or twice, the size.
+template <class T>
+struct Sizes;
+// clang-format off
+template <> struct Sizes<signed char>    { using Twice = short; };
+template <> struct Sizes<short>          { using Twice = int;           using Half = signed char; };
+template <> struct Sizes<int>            { using Twice = long;          using Half = short; };
+template <> struct Sizes<long>           { using Half = int; };
+template <> struct Sizes<unsigned char>  { using Twice = unsigned short; };
+template <> struct Sizes<unsigned short> { using Twice = unsigned int;  using Half = unsigned char; };
+template <> struct Sizes<unsigned int>   { using Twice = unsigned long; using Half = unsigned short; };
+template <> struct Sizes<unsigned long>  { using Half = unsigned int; };
+// clang-format on
+
+template <class From>
+INLINE Vector low_halves(Vector x, Vector y) {
+  if constexpr (sizeof(From) == 2) return low_bytes(x, y);
+  if constexpr (sizeof(From) == 4) return low_shorts(x, y);
+  if constexpr (sizeof(From) == 8) return evens(x, y);
+}
+
+// All integers to integers of any size, without a look at what fits.
+template <class To, class From, int N>
+INLINE Block<To, N> resized(Block<From, N> x) {
+  if constexpr (sizeof(To) == sizeof(From)) {
+    Block<To, N> result;  // signed and unsigned are the same bits
+    for (int v = 0; v < x.kCount; ++v) result.of[v] = x.of[v];
+    return result;
+  } else if constexpr (sizeof(To) > sizeof(From)) {
+    Block<typename Sizes<From>::Twice, N> result;
+    for (int v = 0; v < x.kCount; ++v) {
+      result.of[2 * v] = widened_low<From>(x.of[v]);
+      result.of[2 * v + 1] = widened_high<From>(x.of[v]);
+    }
+    return resized<To>(result);
+  } else {
+    Block<typename Sizes<From>::Half, N> result;
+    for (int v = 0; v < result.kCount; ++v) {
+      result.of[v] = low_halves<From>(x.of[2 * v], x.of[2 * v + 1]);
+    }
+    return resized<To>(result);
+  }
+}
+
+// The bits that are those of the sign, or zero, where an integer fits `To`.
+template <class To, class From>
+constexpr From kBeyond = static_cast<From>(~static_cast<From>(std::numeric_limits<To>::max()));
+
+template <class To, class From>
+INLINE void look_for_misfit(Vector x, Flaws &flaws) {
+  if constexpr (sizeof(To) < sizeof(From)) {
+    if constexpr (std::is_signed_v<From>) x ^= bits(as<From>(x) >> (8 * sizeof(From) - 1));
+    note(bits(as<From>(x) & kBeyond<To, From>), flaws);
+  }
+}
+
+// Longs to what is narrower, by way of their lower and upper halves.
+template <bool Saturate, class From, int N>
+INLINE auto halved_longs(Block<From, N> x, Flaws &flaws) {
+  using Half = typename Sizes<From>::Half;
+  Block<Half, N> result;
+  for (int v = 0; v < result.kCount; ++v) {
+    const Vector low = evens(x.of[2 * v], x.of[2 * v + 1]);
+    const Vector high = odds(x.of[2 * v], x.of[2 * v + 1]);
+    if constexpr (std::is_signed_v<From>) {
+      const Vector beyond = high ^ bits(as<int>(low) >> 31);
+      note(beyond, flaws);
+      if constexpr (Saturate) {
+        const Vector fits = bits(as<int>(beyond) == 0);
+        const Vector nearest = bits(as<int>(high) >> 31 ^ std::numeric_limits<int>::max());
+        result.of[v] = (fits & low) | (~fits & nearest);
+      } else {
+        result.of[v] = low;
+      }
+    } else {
+      note(high, flaws);
+      result.of[v] = Saturate ? low | ~bits(as<int>(high) == 0) : low;
+    }
+  }
+  return result;
+}
+
+// Integers to what is narrower: low bytes, or the nearest that fits.
+template <class To, bool Saturate, class From, int N>
+INLINE Block<To, N> narrowed(Block<From, N> x, Flaws &flaws) {
+  if constexpr (sizeof(From) == 8) {
+    const auto halves = halved_longs<Saturate>(x, flaws);
+    if constexpr (sizeof(To) == 4)
+      return halves;
+    else
+      return narrowed<To, Saturate>(halves, flaws);
+  } else {
+    for (Vector v : x.of) look_for_misfit<To, From>(v, flaws);
+    if constexpr (!Saturate) {
+      return resized<To>(x);
+    } else if constexpr (std::is_unsigned_v<From>) {
+      // What is too large gets all bits, so its low ones are the maximum.
+      for (Vector &v : x.of) v |= ~bits((as<From>(v) & kBeyond<To, From>) == 0);
+      return resized<To>(x);
+    } else {
+      Block<typename Sizes<From>::Half, N> result;
+      for (int v = 0; v < result.kCount; ++v) {
+        if constexpr (sizeof(From) == 4)
+          result.of[v] = saturated_shorts(x.of[2 * v], x.of[2 * v + 1]);
+        else
+          result.of[v] = saturated_bytes(x.of[2 * v], x.of[2 * v + 1]);
+      }
+      if constexpr (sizeof(To) * 2 == sizeof(From)) {
+        return result;
+      } else {
+        Flaws seen{};  // already looked for
+        return narrowed<To, Saturate>(result, seen);
+      }
+    }
+  }
+}
+
+// ---- Integers to floating ----
+
+// 64-bit integers of up to 53 bits are the low bits of doubles from 2^52 (or 2^84) on: their
+// halves are put there as bits, the offsets taken away again, and the sum rounds once.
+template <class From>
+INLINE Lanes<double> doubles_of_longs(Vector integers, Lanes<double> &upper, Lanes<double> &lower) {
+  const Lanes<unsigned long> x = as<unsigned long>(integers);
+  constexpr bool kSigned = std::is_signed_v<From>;
+  constexpr unsigned long kSign = kSigned ? 0x80000000ul : 0;
+  const Lanes<double> high = as<double>(bits((x >> 32 ^ kSign) | 0x4530000000000000ul));  // 2^84
+  lower = as<double>(bits((x & 0xfffffffful) | 0x4330000000000000ul));                    // 2^52
+  upper = high - (kSigned ? 0x1p84 + 0x1p63 + 0x1p52 : 0x1p84 + 0x1p52);
+  return upper + lower;
+}
+
+// What rounding took from a sum of two doubles, exactly.
+INLINE Lanes<double> rest_of_sum(Lanes<double> sum, Lanes<double> x, Lanes<double> y) {
+  const Lanes<double> used = sum - x;
+  return (x - (sum - used)) + (y - used);
+}
+
+// A long's lowest eleven bits, where they cannot all go into a double, are joined in one that
+// still says that there was something: the double is exact, and rounds to the same float.
+template <class From>
+INLINE Vector joined_low_bits(Vector integers) {
+  const Lanes<unsigned long> x = as<unsigned long>(integers);
+  const auto size = std::is_signed_v<From> ? (x + (1ul << 53)) >> 54 : x >> 53;
+  const Vector small = bits(size == 0);
+  const Vector joined = bits((x & ~0x7fful) | (((x & 0x7fful) + 0x7fful) & 0x800ul));
+  return (small & integers) | (~small & joined);
+}
+
+INLINE void look_for_difference(Lanes<double> x, Lanes<double> y, Flaws &flaws) {
+  note(bits(x != y), flaws);
+}
+INLINE void look_for_difference(Lanes<float> x, Lanes<float> y, Flaws &flaws) {
+  note(bits(x != y), flaws);
+}
+
+// Doubles, exact ones, to floats.
+template <bool Check, int N>
+INLINE Block<float, N> to_float(Block<double, N> x, Flaws &flaws) {
+  Block<float, N> result;
+  for (int v = 0; v < result.kCount; ++v) {
+    result.of[v] = floats_of_doubles(x.of[2 * v], x.of[2 * v + 1]);
+    if constexpr (Check) {
+      const Vector low = low_doubles_of_floats(result.of[v]);
+      const Vector high = high_doubles_of_floats(result.of[v]);
+      look_for_difference(as<double>(low), as<double>(x.of[2 * v]), flaws);
+      look_for_difference(as<double>(high), as<double>(x.of[2 * v + 1]), flaws);
+    }
+  }
+  return result;
+}
+
+template <class To, bool Check, class From, int N>
+INLINE Block<To, N> to_floating(Block<From, N> x, Flaws &flaws) {
+  if constexpr (sizeof(From) < 4) {
+    return to_floating<To, false>(resized<int>(x), flaws);  // exact
+  } else if constexpr (std::is_same_v<From, int>) {
+    Block<To, N> result;
+    for (int v = 0; v < x.kCount; ++v) {
+      if constexpr (sizeof(To) == 8) {  // exact
+        result.of[2 * v] = low_doubles_of_ints(x.of[v]);
+        result.of[2 * v + 1] = high_doubles_of_ints(x.of[v]);
+      } else {
+        result.of[v] = floats_of_ints(x.of[v]);
+        if constexpr (Check) note(ints_of_floats(result.of[v]) ^ x.of[v], flaws);
+      }
+    }
+    return result;
+  } else if constexpr (std::is_same_v<From, unsigned int>) {
+    Block<double, N> result;  // exact
+    const Block<unsigned long, N> wide = resized<unsigned long>(x);
+    for (int v = 0; v < result.kCount; ++v) {
+      const Vector placed = bits(as<unsigned long>(wide.of[v]) | 0x4330000000000000ul);
+      result.of[v] = bits(as<double>(placed) - 0x1p52);
+    }
+    if constexpr (sizeof(To) == 8)
+      return result;
+    else
+      return to_float<Check>(result, flaws);
+  } else {
+    Block<double, N> result;
+    for (int v = 0; v < x.kCount; ++v) {
+      Lanes<double> upper, lower;
+      Vector integers = x.of[v];
+      if constexpr (sizeof(To) == 4) {
+        integers = joined_low_bits<From>(integers);
+        if constexpr (Check) note(integers ^ x.of[v], flaws);
+      }
+      const Lanes<double> sum = doubles_of_longs<From>(integers, upper, lower);
+      if constexpr (sizeof(To) == 8 && Check) {
+        const Lanes<double> rest = rest_of_sum(sum, upper, lower);
+        look_for_difference(rest, Lanes<double>{}, flaws);
+      }
+      result.of[v] = bits(sum);
+    }
+    if constexpr (sizeof(To) == 8)
+      return result;
+    else
+      return to_float<Check>(result, flaws);
+  }
+}
+
+// ---- Floating to integers ----
+
+// An int with all bytes but the low ones of To made copies of its sign, or zeros.
+template <class To>
+INLINE Vector kept(Vector x) {
+  if constexpr (sizeof(To) == 4) {
+    return x;
+  } else if constexpr (std::is_signed_v<To>) {
+    constexpr int kOther = 32 - 8 * sizeof(To);
+    return bits(as<int>(bits(as<unsigned int>(x) << kOther)) >> kOther);
+  } else {
+    return bits(as<int>(x) & static_cast<int>(std::numeric_limits<To>::max()));
+  }
+}
+
+template <class To, int N>
+INLINE Block<To, N> truncated(Block<float, N> x, Flaws &flaws) {
+  Block<int, N> result;
+  for (int v = 0; v < x.kCount; ++v) {
+    result.of[v] = kept<To>(ints_of_floats(x.of[v]));
+    look_for_difference(as<float>(floats_of_ints(result.of[v])), as<float>(x.of[v]), flaws);
+  }
+  return resized<To>(result);
+}
+
+template <class To, int N>
+INLINE Block<To, N> truncated(Block<double, N> x, Flaws &flaws) {
+  Block<int, N> result;
+  for (int v = 0; v < result.kCount; ++v) {
+    const Vector integers = kept<To>(ints_of_doubles(x.of[2 * v], x.of[2 * v + 1]));
+    const Vector low = low_doubles_of_ints(integers), high = high_doubles_of_ints(integers);
+    look_for_difference(as<double>(low), as<double>(x.of[2 * v]), flaws);
+    look_for_difference(as<double>(high), as<double>(x.of[2 * v + 1]), flaws);
+    result.of[v] = integers;
+  }
+  return resized<To>(result);
+}
+
+// Saturated. A NaN passes both comparisons, and a zero keeps its sign.
+template <class To, class F>
+INLINE Vector within(Vector x, Flaws &flaws) {
+  const Lanes<F> most = Lanes<F>{} + static_cast<F>(std::numeric_limits<To>::max());
+  const Lanes<F> least = Lanes<F>{} + static_cast<F>(std::numeric_limits<To>::min());
+  note(bits(as<F>(x) < least) | bits(as<F>(x) > most), flaws);
+  return bits(lesser(most, greater(least, as<F>(x))));
+}
+
+template <class To, int N>
+INLINE Block<To, N> saturated(Block<float, N> x, Flaws &flaws) {
+  Block<int, N> result;
+  for (int v = 0; v < x.kCount; ++v)
+    result.of[v] = ints_of_floats(within<To, float>(x.of[v], flaws));
+  return resized<To>(result);
+}
+
+template <class To, int N>
+INLINE Block<To, N> saturated(Block<double, N> x, Flaws &flaws) {
+  Block<int, N> result;
+  for (int v = 0; v < result.kCount; ++v) {
+    result.of[v] = ints_of_doubles(within<To, double>(x.of[2 * v], flaws),
+                                   within<To, double>(x.of[2 * v + 1], flaws));
+  }
+  return resized<To>(result);
+}
+
+// ---- Float and double ----
+
+template <int N>
+INLINE Block<double, N> to_double(Block<float, N> x, Flaws &flaws) {
+  Block<double, N> result;
+  for (int v = 0; v < x.kCount; ++v) {
+    look_for_difference(as<float>(x.of[v]), as<float>(x.of[v]), flaws);
+    result.of[2 * v] = low_doubles_of_floats(x.of[v]);
+    result.of[2 * v + 1] = high_doubles_of_floats(x.of[v]);
+  }
+  return result;
+}
+
+// The same floating type: bits move, NaNs fail.
+template <class F, int N>
+INLINE Block<F, N> checked(Block<F, N> x, Flaws &flaws) {
+  for (Vector v : x.of) look_for_difference(as<F>(v), as<F>(v), flaws);
+  return x;
+}
+
+// ---- The rules ----
+
+// The truncation to 64 bits is the one thing that these processors do for a single value only.
+template <class F, class I>
+constexpr bool kTruncates64 = std::is_floating_point_v<F> &&std::is_integral_v<I> &&
+                              (sizeof(I) == 8 || std::is_same_v<I, unsigned int>);
+template <class E, class H>
+constexpr bool kReads = !kTruncates64<E, H>;
+template <class E, class H>
+constexpr bool kWrites = !kTruncates64<H, E>;
+
+template <class H, class E, int N>
+INLINE Block<H, N> read(Block<E, N> x, Flaws &flaws) {
+  if constexpr (std::is_integral_v<E> && std::is_integral_v<H>) {
+    if constexpr (sizeof(H) < sizeof(E))
+      return narrowed<H, false>(x, flaws);
+    else
+      return resized<H>(x);
+  } else if constexpr (std::is_integral_v<E>) {
+    return to_floating<H, true>(x, flaws);
+  } else if constexpr (std::is_integral_v<H>) {
+    return truncated<H>(x, flaws);
+  } else if constexpr (sizeof(E) == sizeof(H)) {
+    return checked(x, flaws);
+  } else if constexpr (sizeof(E) < sizeof(H)) {
+    return to_double(x, flaws);
+  } else {
+    return to_float<true>(x, flaws);
+  }
+}
+
+template <class E, class H, int N>
+INLINE Block<E, N> write(Block<H, N> x, Flaws &flaws) {
+  if constexpr (std::is_integral_v<E> && std::is_integral_v<H>) {
+    if constexpr (sizeof(E) < sizeof(H))
+      return narrowed<E, true>(x, flaws);
+    else
+      return resized<E>(x);
+  } else if constexpr (std::is_integral_v<H>) {
+    return to_floating<E, std::is_signed_v<H>>(x, flaws);
+  } else if constexpr (std::is_integral_v<E>) {
+    if constexpr (std::is_signed_v<E> && sizeof(E) >= sizeof(H))
+      return truncated<E>(x, flaws);
+    else
+      return saturated<E>(x, flaws);
+  } else {
+    return read<E>(x, flaws);
+  }
+}
+
+template <class, class>
+INLINE bool none(Flaws flaws) {
+  return all_zero(flaws.bits);
+}
+
+// ---- Three bytes ----
+
+template <class H, char R, int N>
+INLINE Block<H, N> read_threes(Block<Three<R>, N> x) {
+  Block<H, N> result;
+  static_assert(result.kCount == 4);
+  spread_threes<R>(x.of, result.of);  // at the top of their places
+  for (Vector &v : result.of) {
+    v = bits(as<int>(v) >> 8);
+    if constexpr (std::is_same_v<H, float>) v = floats_of_ints(v);
+  }
+  return result;
+}
+
+template <char R, bool Saturate, int N>
+INLINE Block<Three<R>, N> write_threes(Block<int, N> x, Flaws &flaws) {
+  constexpr int kMost = 8388607;
+  if constexpr (Saturate) {
+    for (Vector &v : x.of) {
+      const Lanes<int> sign = as<int>(v) >> 31;
+      const Vector beyond = bits((as<int>(v) ^ sign) & ~kMost);
+      note(beyond, flaws);
+      const Vector fits = bits(as<int>(beyond) == 0);
+      v = (fits & v) | (~fits & bits(sign ^ kMost));
+    }
+  }
+  Block<Three<R>, N> result;
+  joined_threes<R>(x.of, result.of);
+  return result;
+}
