@@ -1,0 +1,2 @@
+#define PLAIN plain_loop_native
+#include "bench/conv_plain.h"
