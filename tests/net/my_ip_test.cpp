@@ -193,7 +193,7 @@ TEST(my_ip, is_on_the_live_machine_what_getent_answers) {
     EXPECT_EQ(mine.result, 0);
     EXPECT_STREQ(mine.canonical, "alpha.example.org");
     EXPECT_STREQ(mine.text, "192.0.2.7");
-    EXPECT_EQ(live::output("getent ahostsv4 alpha | awk 'NR == 1 {print $1}'"), mine.text);
+    EXPECT_EQ(live::output("getent -A ahostsv4 alpha | awk 'NR == 1 {print $1}'"), mine.text);
     EXPECT_EQ(mine.address, resolver::quad("192.0.2.7"));
     EXPECT_EQ(fakes::open_descriptors(), descriptors);
   });

@@ -147,7 +147,7 @@ TEST(my_ips, lists_on_the_live_machine_what_getent_answers) {
     char list[200];
     EXPECT_EQ(my_ips(list, sizeof list), 0);
     const std::string answered = live::output(
-        "getent ahosts alpha | awk '$2 == \"STREAM\" && $1 != \"127.0.0.1\" {print $1}' | "
+        "getent -A ahosts alpha | awk '$2 == \"STREAM\" && $1 != \"127.0.0.1\" {print $1}' | "
         "tr '\\n' ' ' | sed 's/ $//'");
     // Its addresses are those; their order is the host's choice of the moment.
     const auto sorted = [](std::string text) {

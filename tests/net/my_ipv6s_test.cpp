@@ -134,7 +134,7 @@ TEST(my_ipv6s, tells_on_the_live_machine_what_getent_answers) {
       told += std::string(inet_ntoa(address)) + "\n";
     }
     EXPECT_EQ(live::output("printf '" + told + "' | sort"),
-              live::output("getent ahostsv4 alpha | awk '$2 == \"STREAM\" && $1 != \"127.0.0.1\" "
+              live::output("getent -A ahostsv4 alpha | awk '$2 == \"STREAM\" && $1 != \"127.0.0.1\" "
                            "{print $1}' | sort"));
   });
 }

@@ -141,7 +141,7 @@ TEST(name2ip, knows_on_the_live_machine_what_getent_knows) {
           char text[16];
           const int result = name2ip(name, &address, text);
           const std::string known =
-              live::output("getent ahostsv4 " + std::string(name) + " | head -1");
+              live::output("getent -A ahostsv4 " + std::string(name) + " | head -1");
           EXPECT_EQ(text, known.substr(0, known.find(' '))) << name;
           EXPECT_EQ(result, known.empty() ? -1 : 0) << name;
           EXPECT_EQ(address, known.empty() ? 0xFFFFFFFF : resolver::quad(text)) << name;
