@@ -85,6 +85,15 @@ TEST(my_ip, is_none_when_the_first_answer_is_a_loopback_address_whatever_follows
   }
 }
 
+// As an inet_ntop may write ::1.
+TEST(my_ip, is_none_for_an_ipv6_address_written_0_colon_colon_1) {
+  resolver::host.emplace();
+  resolver::answer_with({{.address = "::1", .canonical = "alpha"}});
+  resolver::ntop_text = "0::1";
+  expect_none(Mine());
+  EXPECT_EQ(resolver::lists, 0);
+}
+
 TEST(my_ip, counts_other_loopback_addresses) {
   resolver::host.emplace();
   resolver::answer_with({{.address = "127.0.1.1", .canonical = "alpha"}});

@@ -45,6 +45,14 @@ TEST(my_ips, skips_127_0_0_1_but_lists_colon_colon_1) {
   EXPECT_EQ(listed(100, 0), "::1 127.0.1.1");
 }
 
+// As an inet_ntop may write ::1.
+TEST(my_ips, skips_an_address_written_0_colon_colon_1) {
+  resolver::host.emplace();
+  resolver::answer_with({{.address = "::1"}});
+  resolver::ntop_text = "0::1";
+  EXPECT_EQ(listed(100, -1), "");
+}
+
 TEST(my_ips, lists_nothing_when_every_answer_is_127_0_0_1) {
   resolver::host.emplace();
   resolver::answer_with({{.address = "127.0.0.1"}, {.address = "127.0.0.1"}});

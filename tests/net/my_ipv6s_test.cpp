@@ -68,6 +68,14 @@ TEST(my_ipv6s, skips_127_0_0_1_but_takes_colon_colon_1) {
   EXPECT_EQ(filled(2, 1), (Lines{"0a000000 11223344 00000000 00000000", "untouched"}));
 }
 
+// As an inet_ntop may write ::1.
+TEST(my_ipv6s, skips_an_address_written_0_colon_colon_1) {
+  resolver::host.emplace();
+  resolver::answer_with({{.address = "::1"}});
+  resolver::ntop_text = "0::1";
+  EXPECT_EQ(filled(1, -1), Lines{"untouched"});
+}
+
 TEST(my_ipv6s, skips_any_other_family) {
   resolver::host.emplace();
   resolver::answer_with({{.address = "2001:db8::1", .family = AF_UNIX}, {.address = "10.0.0.1"}});
@@ -133,8 +141,9 @@ TEST(my_ipv6s, tells_on_the_live_machine_what_getent_answers) {
       std::memcpy(&address, reinterpret_cast<const char *>(&slots[k]) + 4, 4);
       told += std::string(inet_ntoa(address)) + "\n";
     }
-    EXPECT_EQ(live::output("printf '" + told + "' | sort"),
-              live::output("getent -A ahostsv4 alpha | awk '$2 == \"STREAM\" && $1 != \"127.0.0.1\" "
-                           "{print $1}' | sort"));
+    EXPECT_EQ(
+        live::output("printf '" + told + "' | sort"),
+        live::output("getent -A ahostsv4 alpha | awk '$2 == \"STREAM\" && $1 != \"127.0.0.1\" "
+                     "{print $1}' | sort"));
   });
 }

@@ -48,6 +48,7 @@ inline void answer_with(std::initializer_list<Answer> list) { answers = list; }
 inline int lookup_error = 0;  // getaddrinfo's result, when it is not 0
 inline int failing_ntop = 0;  // which call of inet_ntop fails, from 1; -1: all of them
 inline int ntop_error = ENOSPC;
+inline const char *ntop_text = nullptr;  // what inet_ntop writes instead
 inline std::function<hostent *(const char *)> by_name;
 inline std::function<hostent *(const void *, socklen_t, int)> by_address;
 // "uname", "getaddrinfo NODE service family socktype flags", "freeaddrinfo", of the armed calls.
@@ -173,6 +174,7 @@ extern "C" const char *inet_ntop(int family, const void *address, char *text,
     errno = resolver::ntop_error;
     return nullptr;
   }
+  if (resolver::ntop_text != nullptr) return std::strcpy(text, resolver::ntop_text);
   return resolver::next<const char *(int, const void *, char *, socklen_t)>("inet_ntop")(
       family, address, text, size);
 }

@@ -24,8 +24,7 @@ using Pairs = std::vector<std::pair<size_t, size_t>>;
 // Answers the comparison of two elements; `call` counts them from 0.
 using Answer = std::function<int(const uint8_t *a, const uint8_t *b, size_t call)>;
 
-// ---- The sort as it is described, on the numbers that the elements had at first
-// ------------------
+// ---- The sort as it is described, on the numbers that the elements had at first -----------------
 
 class Model {
  public:
@@ -165,8 +164,7 @@ class Model {
   std::vector<Call> calls_;
 };
 
-// ---- btsort, held against it
-// ---------------------------------------------------------------------
+// ---- btsort, held against it --------------------------------------------------------------------
 
 struct Check {
   const Model *model;
@@ -228,8 +226,7 @@ std::string difference(const Model &model, size_t count, size_t offset = 0) {
   return "";
 }
 
-// ---- What is sorted
-// ------------------------------------------------------------------------------
+// ---- What is sorted -----------------------------------------------------------------------------
 
 // The first half of an element is its key, highest byte first; the rest tells equal ones apart.
 size_t key_size(size_t size) { return (size + 1) / 2; }
@@ -324,8 +321,7 @@ void against_the_model(Order order) {
 
 }  // namespace
 
-// ---- Every comparison, and the final bytes
-// -------------------------------------------------------
+// ---- Every comparison, and the final bytes ------------------------------------------------------
 
 TEST(btsort, compares_and_moves_as_described_random_elements) { against_the_model(kRandom); }
 TEST(btsort, compares_and_moves_as_described_sorted_elements) { against_the_model(kSorted); }
@@ -388,8 +384,7 @@ TEST(btsort, sorts_elements_of_every_size_to_300) {
   }
 }
 
-// ---- Comparisons that lie
-// ------------------------------------------------------------------------
+// ---- Comparisons that lie -----------------------------------------------------------------------
 
 TEST(btsort, stays_in_the_array_and_ends_when_the_answers_are_random) {
   for (const size_t size : kSizes) {
@@ -449,8 +444,7 @@ TEST(btsort, uses_only_the_sign_of_an_answer) {
   EXPECT_EQ(difference(model, count), "");
 }
 
-// ---- One rule each
-// -------------------------------------------------------------------------------
+// ---- One rule each ------------------------------------------------------------------------------
 
 TEST(btsort, compares_nothing_in_an_array_of_0_or_1) {
   uint8_t byte = 7;
