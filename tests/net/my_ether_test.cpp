@@ -160,12 +160,14 @@ TEST(my_ether, is_four_stars_when_the_command_cannot_be_started) {
   EXPECT_EQ(fakes::log(), Lines{});
 }
 
-TEST(my_ether, leaves_no_descriptor_and_no_child_behind) {
-  ether(kTwo);
-  const int descriptors = fakes::open_descriptors();
+TEST(my_ether, leaves_no_descriptor_no_child_and_no_memory_behind) {
   for (int k = 0; k < 20; ++k) ether(k % 2 == 0 ? kTwo : "");
+  const int descriptors = fakes::open_descriptors();
+  const size_t heap = fakes::heap_bytes();
+  for (int k = 0; k < 200; ++k) ether(k % 2 == 0 ? kTwo : "");
   EXPECT_EQ(fakes::open_descriptors(), descriptors);
   EXPECT_EQ(fakes::children(), 0);
+  EXPECT_LE(fakes::heap_bytes(), heap + 4096);
 }
 
 TEST(my_ether, serves_8_threads) {

@@ -125,6 +125,10 @@ TEST(my_ipv6s, takes_an_address_that_has_no_text) {
     resolver::failing_ntop = -1;
     EXPECT_EQ(filled(2, 2), (Lines{"02000000 0a000001 00000000 00000000",
                                    "02000000 7f000001 00000000 00000000"}));
+    // Nor is it taken for the one before it.
+    resolver::answer_with({{.address = "127.0.0.1"}, {.address = "10.0.0.1"}});
+    resolver::failing_ntop = 2;
+    EXPECT_EQ(filled(2, 1), (Lines{"02000000 0a000001 00000000 00000000", "untouched"}));
   });
   EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
   EXPECT_EQ(outcome.err, "");

@@ -71,12 +71,13 @@ const Frames kThree = {"./prog(inner+0x12) [0x4011aa]", "./prog(main+0x5) [0x401
                        "/lib/libc.so.6(__libc_start_main+0x85) [0x7f0000001234]"};
 
 std::string printed(const Frames &frames, bool without_memory = false) {
-  return fakes::in_child([&] {
-           Stack scripted{frames, without_memory, {}, {}, {}, nullptr, {}};
-           stack = &scripted;
-           show_stack_trace();
-         })
-      .err;
+  const auto outcome = fakes::in_child([&] {
+    Stack scripted{frames, without_memory, {}, {}, {}, nullptr, {}};
+    stack = &scripted;
+    show_stack_trace();
+  });
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.signal;
+  return outcome.err;
 }
 
 // What the buffer holds: the header, the lines that fit, the next one cut so that it ends with a

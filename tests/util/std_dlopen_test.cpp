@@ -281,6 +281,14 @@ TEST(std_dlopen, loads_from_a_copy_of_its_path) {
   EXPECT_EQ(made.loaded, made.copy);
 }
 
+TEST(std_dlopen, frees_its_copy) {
+  const std::string path = "/" + std::string(1000, 'p');
+  for (int k = 0; k < 10; ++k) calls_of(path);
+  const size_t heap = fakes::heap_bytes();
+  for (int k = 0; k < 100; ++k) calls_of(path);
+  EXPECT_LE(fakes::heap_bytes(), heap + 4096);
+}
+
 TEST(std_dlopen, gives_NULL_when_there_is_no_memory_for_the_copy) {
   Root root;
   root.put("lib/libfoo.so.3", 1);
