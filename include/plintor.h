@@ -1163,12 +1163,12 @@ int name2ip(const char *name, uint32_t *address, char *text);
 /* The host name of an address, as gethostbyaddr knows it.
  *
  * address  in network order; but 0x7F000001, compared as an integer, is "localhost" at once
- * name     written without a limit: the official name, or the dotted quad when there is none. A
- *          buffer of NI_MAXHOST (1025) bytes holds every name.
+ * name     written without a limit: the official name (1025 bytes hold every name of DNS, but a
+ *          line of /etc/hosts may have a longer one), or the dotted quad when there is none
  *
  * Returns 0, or -1 when the dotted quad had to do: logged with elog_complain, without errno, once
- * per address. The library remembers such an address for the life of the process and does not ask
- * again. Any thread; calls wait for one another.
+ * per address. The library remembers such an address for the life of the process. Any thread; calls
+ * wait for one another, also while one logs: a program's own elog_complain must not call this.
  */
 int ip2name(uint32_t address, char *name);
 

@@ -14,7 +14,8 @@ struct Signal {
 // Kept: the first row with a number names it: 6 is IOT and 17 is CLD.
 // Kept: KILL, STOP, STKFLT, IO and the real-time signals cannot be named.
 // clang-format off
-constexpr Signal Siglist[] = {
+constexpr int Nsig = 30;
+constexpr Signal Siglist[Nsig] = {
     {"HUP",     1},
     {"INT",     2},
     {"QUIT",    3},

@@ -12,6 +12,7 @@
 #include "include/plintor.h"
 #include "tests/fakes/child.h"
 #include "tests/fakes/log.h"
+#include "tests/fakes/memory.h"
 #include "tests/net/live.h"
 #include "tests/net/resolver.h"
 
@@ -75,6 +76,19 @@ TEST(ip2name, gives_the_official_name) {
   EXPECT_STREQ(name, "alpha.example.org");
   EXPECT_EQ(asked, "192.0.2.7. AF_INET");
   EXPECT_EQ(fakes::log(), Lines{});
+}
+
+TEST(ip2name, copies_a_name_of_any_length) {
+  for (const size_t length : {0U, 1U, 1024U, 1025U, 5000U}) {
+    std::string official(length, 'n');
+    hostent host{};
+    host.h_name = official.data();
+    resolver::by_address = [&](const void *, socklen_t, int) { return &host; };
+    fakes::Guarded page(length + 1);
+    char *name = reinterpret_cast<char *>(page.last(length + 1));
+    EXPECT_EQ(ip2name(quad("192.0.2.7"), name), 0);
+    EXPECT_EQ(name, official);
+  }
 }
 
 TEST(ip2name, is_localhost_for_the_integer_0x7F000001_without_a_lookup) {
