@@ -341,7 +341,6 @@ TEST(syscpu, counts_processors_up_to_the_limit) {
 }
 
 // ---- Against the walk, spelled out one character at a time
-// ---------------------------------------
 
 namespace {
 
@@ -516,7 +515,6 @@ TEST(syscpu, walks_a_text_cut_at_every_byte_as_the_model_does) {
 }
 
 // ---- The host as it is
-// ---------------------------------------------------------------------------
 
 TEST(syscpu, reads_the_real_path_of_the_host) {
   const auto outcome = fakes::in_child([] {

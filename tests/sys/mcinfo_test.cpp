@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -41,12 +42,27 @@ extern "C" int lpms0w(char *buffer) {
   return -7;  // ignored
 }
 
+extern "C" void pushstr(void **handle, const char *text) {
+  calls.push_back((*handle == nullptr ? "pushstr to none " : "pushstr ") + std::string(text));
+  reinterpret_cast<decltype(&pushstr)>(dlsym(RTLD_NEXT, "pushstr"))(handle, text);
+}
+
+extern "C" char *popstr(void **handle, int finish) {
+  calls.push_back("popstr " + std::to_string(finish));
+  return reinterpret_cast<decltype(&popstr)>(dlsym(RTLD_NEXT, "popstr"))(handle, finish);
+}
+
+TEST(mcinfo, passes_the_text_once_through_a_growing_string) {
+  information = "Linux host";
+  texts();
+  EXPECT_EQ(calls, (Lines{"lpms0w", "pushstr to none Linux host", "popstr 1"}));
+}
+
 TEST(mcinfo, returns_the_information_text_twice) {
   information = "Linux host x86_64\nprocessor 7";
   const Texts got = texts();
   EXPECT_EQ(got.result, "Linux host x86_64\nprocessor 7");
   EXPECT_EQ(got.raw, "Linux host x86_64\nprocessor 7");
-  EXPECT_EQ(calls, Lines{"lpms0w"});
   EXPECT_TRUE(got_an_empty_buffer);
   EXPECT_EQ(fakes::log(), Lines{});
 }

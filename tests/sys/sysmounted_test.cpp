@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -18,14 +17,13 @@
 #include "tests/fakes/child.h"
 #include "tests/fakes/host.h"
 #include "tests/fakes/log.h"
+#include "tests/sys/lists.h"
 
 using fakes::Lines;
 
 namespace {
 
 constexpr int kNotAllowed = 77;
-
-Lines list_calls;
 
 struct Entry {
   std::string mountpoint, host, path, fstype;
@@ -68,20 +66,6 @@ Entries mounts_in(const std::string &text) {
 }
 
 }  // namespace
-
-extern "C" Tbl *inittbl(Tbl *initial, long count, int kind, void *values, int element_size) {
-  char text[100];
-  snprintf(text, sizeof text, "inittbl %p %ld %d %p %d", static_cast<void *>(initial), count, kind,
-           values, element_size);
-  list_calls.push_back(text);
-  return reinterpret_cast<decltype(&inittbl)>(dlsym(RTLD_NEXT, "inittbl"))(initial, count, kind,
-                                                                           values, element_size);
-}
-
-extern "C" void clrtbl(Tbl *t, void (*free_each)(void *)) {
-  list_calls.push_back(free_each == nullptr ? "clrtbl" : "clrtbl, freeing");
-  reinterpret_cast<decltype(&clrtbl)>(dlsym(RTLD_NEXT, "clrtbl"))(t, free_each);
-}
 
 TEST(sysmounted, makes_its_list_once_and_empties_it_from_then_on) {
   if (access("/etc/mtab", R_OK) != 0) GTEST_SKIP() << "this machine has no mount table";
@@ -256,7 +240,6 @@ TEST(sysmounted, returns_0_and_no_entries_for_an_empty_table) {
 }
 
 // ---- Against the rules, spelled out
-// --------------------------------------------------------------
 
 namespace {
 
@@ -329,7 +312,6 @@ TEST(sysmounted, reads_fields_of_4096_bytes_as_the_model_does) {
 }
 
 // ---- The host as it is, and many threads
-// ---------------------------------------------------------
 
 TEST(sysmounted, reads_the_real_path_of_the_host) {
   const auto outcome = fakes::in_child([] {

@@ -24,6 +24,7 @@
 #include "tests/fakes/host.h"
 #include "tests/fakes/log.h"
 #include "tests/fakes/process.h"
+#include "tests/sys/lists.h"
 
 using fakes::Lines;
 using namespace std::string_literals;
@@ -398,6 +399,14 @@ TEST(sysproc, is_empty_and_succeeds_when_ps_prints_nothing) {
   EXPECT_EQ(result, 0);
   EXPECT_TRUE(all.empty());
   EXPECT_EQ(fakes::log(), Lines{"elog_log(1): output is empty"});
+}
+
+TEST(sysproc, makes_its_list_once_and_empties_it_from_then_on) {
+  snapshot_of(kHeader);
+  EXPECT_EQ(list_calls, Lines{"inittbl (nil) 100 1 (nil) 1160"});
+  snapshot_of(kHeader);
+  snapshot_of(kHeader);
+  EXPECT_EQ(list_calls, (Lines{"inittbl (nil) 100 1 (nil) 1160", "clrtbl", "clrtbl"}));
 }
 
 TEST(sysproc, refills_one_list) {
@@ -901,7 +910,10 @@ TEST(sysproc, allocates_nothing_more_for_the_same_processes) {
     Tbl *procs = nullptr;
     for (int k = 0; k < 3; ++k) sysproc(&procs);
     const size_t bytes = fakes::bytes_in_use();
-    for (int k = 0; k < 300; ++k) sysproc(&procs);
+    for (int k = 0; k < 300; ++k) {
+      list_calls.clear();
+      sysproc(&procs);
+    }
     EXPECT_EQ(lentbl(procs), 1);
     EXPECT_LT(fakes::bytes_in_use(), bytes + 300 * 8);
   });
