@@ -725,9 +725,9 @@ void sysloadavg(double avg[3], int *nprocs);
  *
  * Returns seconds since 1970-01-01 00:00:00 UTC, from the first 16383 bytes of /proc/stat. When
  * they do not tell, which is logged with elog_complain, the time of this first call, in whole
- * seconds, stands in for it. Either way every later call returns the same without reading. Ends
- * the process with elog_die when the file cannot be read. One thread at a time until the first
- * call has returned.
+ * seconds, stands in for it. Either way every later call returns the same without reading, unless
+ * it is 0. Ends the process with elog_die when the file cannot be read. One thread at a time until
+ * the first call has returned.
  */
 long sysboottime(void);
 
@@ -757,12 +757,14 @@ typedef struct Pidstat {
  *        belongs to the library; the next call refills it.
  *
  * cputime is the time column read as minutes:seconds, in seconds: a time of "01:02:03" gives 62. A
- * line that ends early leaves the fields behind its end as the line before had them.
+ * line that ends early leaves the fields behind its end as the line before had them. A line of more
+ * than 10238 characters counts as several.
  *
- * Returns 0, or -1 when the command could not be run or a line could not be read in full; *procs is
- * set either way, and the record of such a line is in it. Logs "failed to run command '%s'" with
- * elog_complain, with errno, and "failed reading line '%s'" with elog_complain, without.
- * Allocates the list once and what it grows by. One thread at a time.
+ * Returns 0, or -1 when no process could be started or a line could not be read in full; *procs is
+ * set either way, and the record of such a line is in it. Where ps cannot be executed or prints
+ * nothing, the result is 0 and the list empty. Logs "failed to run command '%s'" with
+ * elog_complain, with errno, and "failed reading line '%s'" with elog_complain, without, and what
+ * gxpipe and gxline log. Allocates the list once and what it grows by. One thread at a time.
  */
 int sysproc(struct Tbl **procs);
 
@@ -859,7 +861,7 @@ int std_statvfs(const char *path, struct statvfs *st);
 /* The text that describes the machine, as the base library's lpms0w writes it: empty when nothing
  * is known, at most 1023 characters.
  *
- * raw  a second copy of the text; the caller frees it
+ * raw  a second copy of the text, NULL when the memory is exhausted; the caller frees it
  *
  * Returns the text; the caller frees it. Logs and keeps nothing; any thread.
  */
@@ -870,7 +872,8 @@ char *mcinfo(char **raw);
  * digest  0 for the text of mcinfo, any other number for the base library's digest of it
  *
  * Returns the text, or the digest as hexadecimal digits, or "**no hostinfo**" where there is no
- * text to digest; the caller frees it. Logs and keeps nothing; any thread.
+ * text to digest; the caller frees it. NULL for a digest when the memory is exhausted. Logs and
+ * keeps nothing; any thread.
  */
 char *machine_info(int digest);
 
