@@ -59,7 +59,7 @@ CpuState percentages(const CpuTicks &from, const CpuTicks &to) {
 }  // namespace
 
 extern "C" void syscpu(int *ncpu, CpuState **cpu) {
-  static int n;  // the most processors seen so far; the arrays never shrink
+  static int n;  // Kept: the most processors seen so far; the arrays never shrink
   static CpuState *states;
   static CpuTicks *current, *previous;
 

@@ -13,7 +13,7 @@ constexpr fsfilcnt_t kUncounted = 2147483648;  // 2^31
 }  // namespace
 
 extern "C" int std_statvfs(const char *path, struct statvfs *st) {
-  struct statfs sfs {};  // copied even when statfs fails
+  struct statfs sfs {};  // Kept: copied even when statfs fails
   const int result = statfs(path, &sfs);
   const bool counted = sfs.f_files != 0;
   st->f_bsize = static_cast<unsigned long>(sfs.f_bsize);

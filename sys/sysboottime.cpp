@@ -19,6 +19,7 @@ extern "C" long sysboottime(void) {
   if (const char *btime = std::strstr(text, "btime ")) {
     Boottime = static_cast<long>(std::strtoul(btime + std::strlen("btime "), nullptr, 0));
   } else {
+    // Kept: the time of this call stays for good, and the text counts the NUL behind the bytes.
     elog_complain(0, "Failed to read boot time (btime) in first %d bytes of /proc/stat",
                   static_cast<int>(sizeof text));
     Boottime = trunc64(std_now());

@@ -65,6 +65,7 @@ extern "C" void sysmem(double *total, double *physical, double *used) {
 
   char text[8192];
   const ssize_t length = read_file("/proc/meminfo", text);
+  // Kept: without errno, and a file that cannot be read is an empty one.
   if (length < 0) elog_die(0, "Can't open /proc/meminfo");
   const Meminfo memory = parse_meminfo(text, text + length);
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-// Copies what fits. Behind the NUL, the field keeps what it held.
+// strlcpy for a field: under our lock, no other service is called.
 template <size_t size>
 void copy(char (&field)[size], const char *text) {
   const size_t length = strnlen(text, size - 1);
@@ -22,6 +22,7 @@ void copy(char (&field)[size], const char *text) {
 
 // "server:/export /mnt/data nfs rw 0 0": device, mount point, type; the rest is not read.
 // Cuts the line into its fields. False when it names no file system.
+// Kept: a type that ends its line keeps the newline.
 bool parse_mount(char *line, Mounted &mount) {
   char *rest;
   const char *host = "";
@@ -70,6 +71,6 @@ extern "C" int sysmounted(Tbl **mounted) {
     clrtbl(list, nullptr);
   const int result = read_mounts(list);
   *mounted = list;
-  pthread_mutex_unlock(&mutex);
+  pthread_mutex_unlock(&mutex);  // Kept: the caller reads the list without the lock
   return result;
 }

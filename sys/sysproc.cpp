@@ -15,8 +15,8 @@ namespace {
 constexpr char kCommand[] =
     "/bin/ps -Ao pid,ppid,uid,vsz,rss,state,pcpu,pmem,time,lstart,user,command";
 
-// "   1    0    0   1000  200 Ss  0.0  0.1 00:01 Sun Nov 15 08:53:44 2026 root     /sbin/init
-// splash" Returns 0, or -1 when the line ends early; the fields behind its end keep what they held.
+// "1 0 0 1000 200 Ss 0.0 0.1 00:01 Sun Nov 15 08:53:44 2026 root /sbin/init splash"
+// Returns 0, or -1 when the line ends early; the fields behind its end keep what they held.
 int ps2pidstat(char *line, Pidstat *p) {
   char *cursor = line;
   for (int32_t *field : {&p->pid, &p->ppid, &p->uid}) {
@@ -88,7 +88,8 @@ extern "C" int sysproc(struct Tbl **procs) {
     // Kept: zeroed once, so a line that ends early leaves the figures of the line before.
     Pidstat work;
     std::memset(&work, 0, sizeof work);
-    if (gxline(handle, line, sizeof line) != 0) {  // the header
+    // The header. Kept: it may be the last words of a ps that could not be executed, or missing.
+    if (gxline(handle, line, sizeof line) != 0) {
       // Kept: each piece of a line that is longer than the buffer counts as a line.
       while (gxline(handle, line, sizeof line) != 0) {
         strlcpy(untouched, line, sizeof untouched);

@@ -36,6 +36,7 @@ extern "C" int std_set_timer(void (*handler)(int), double seconds) {
   }
 
   // What 64 bits cannot hold, a NaN too, becomes the smallest number, which the kernel refuses.
+  // Kept: the handler of a time that is refused stays installed.
   const double whole = floor_of(seconds);
   itimerval once{};  // no interval: it fires a single time
   once.it_value.tv_sec = trunc64(whole);
