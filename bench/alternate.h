@@ -25,6 +25,13 @@ struct Result {
   double spread = 0;   // half the distance between the quartiles of that ratio
 };
 
+// The first contender's speed over this one's.
+inline Result inverse(Result result) {
+  result.spread /= result.ratio * result.ratio;
+  result.ratio = 1 / result.ratio;
+  return result;
+}
+
 inline double quantile(std::vector<double> values, double part) {
   std::sort(values.begin(), values.end());
   return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
@@ -47,10 +54,14 @@ inline double time_of(const Contender &contender, long times) {
   return now() - start;
 }
 
+// Whether to be content with fewer and shorter rounds: for trying a change, not for publishing.
+inline bool quick = false;
+
 // The first contender is what the others are measured against. Each timing repeats a contender
 // until it takes about `slice` seconds.
 inline std::vector<Result> alternate(const std::vector<Contender> &contenders, int rounds = 31,
-                                     double slice = 0.002) {
+                                     double slice = 0.001) {
+  if (quick) rounds = std::min(rounds, 9), slice /= 4;
   const size_t count = contenders.size();
   std::vector<long> times(count, 1);
   for (size_t c = 0; c < count; ++c) {
