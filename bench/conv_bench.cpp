@@ -1,34 +1,39 @@
 // conv_bench: every function of the conversion family, over memcpy's rate for the same bytes.
 //
-//   conv_bench [--quick] [--brief | --calls | --odd | --failing] [PATTERN]
+//   conv_bench [--quick] [--brief] [--odd] [--failing] [--calls] [PATTERN]
 //
-// One row a function: at L1 (16 KiB read and written in all), L2 (512 KiB) and out of cache
-// (256 MiB, with --quick 96), then the plain loops at L1. --brief leaves the plain loops out,
-// --calls measures short calls instead: 1, 4 and 16 elements over a plain loop's call; --odd an
-// external address that is odd, and --failing data of which nothing is exact, over the same member
-// without, at L1 and L2. PATTERN is part of a name. At the end the groups' geometric means and
-// least members.
+// Rates at L1 (16 KiB read and written in all), L2 (512 KiB) and out of cache (256 MiB), beside
+// plain loops and other libraries; then what should not cost: an external address that is odd and
+// data of which nothing is exact, over the same member without, at L1 and L2, and calls of 1, 4 and
+// 16 elements over a plain loop's call. --brief leaves all but our own rates out, the other options
+// but --quick leave all but what they name out. PATTERN is part of a name.
 
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "bench/alternate.h"
+#include "bench/conv_peers.h"
 #include "bench/conv_plain_types.h"
 #include "conv/family.h"
 #include "include/plintor.h"
 
 namespace {
 
+// ---- The members -----------------------------------------------------------------------------
+
 struct Member {
   const char *name;
+  char layout;
   char from, to;  // type letters
   bool reads;
   int (*call)(const char *from, char *to, int n);
@@ -39,91 +44,89 @@ H host_of(int (*)(char **, H *, int));
 template <class H>
 H host_of(int (*)(const H *, char **, int));
 
-#define READER(NAME, E, H)                                                     \
-  {#NAME, #E[0], #H[0], true, [](const char *from, char *to, int n) {          \
+#define READER(NAME, R, E, H)                                                  \
+  {#NAME, #R[0], #E[0], #H[0], true, [](const char *from, char *to, int n) {   \
      char *cursor = const_cast<char *>(from);                                  \
      return NAME(&cursor, reinterpret_cast<decltype(host_of(NAME)) *>(to), n); \
    }},
-#define WRITER(NAME, E, H)                                                             \
-  {#NAME, #H[0], #E[0], false, [](const char *from, char *to, int n) {                 \
+#define WRITER(NAME, R, E, H)                                                          \
+  {#NAME, #R[0], #H[0], #E[0], false, [](const char *from, char *to, int n) {          \
      char *cursor = to;                                                                \
      return NAME(reinterpret_cast<const decltype(host_of(NAME)) *>(from), &cursor, n); \
    }},
-#define PAIR(R, E, H) READER(R##E##2h##H, E, H) WRITER(h##H##2##R##E, E, H)
-#define EACH(R, E, H) PAIR(R, E, H) READER(u##R##E##2h##H, E, H) WRITER(uh##H##2##R##E, E, H)
+#define PAIR(R, E, H) READER(R##E##2h##H, R, E, H) WRITER(h##H##2##R##E, R, E, H)
+#define EACH(R, E, H) \
+  PAIR(R, E, H)       \
+  READER(u##R##E##2h##H, R, E, H) WRITER(uh##H##2##R##E, R, E, H)
 #define NONE(...)
-#define PLAIN(NAME, FROM, TO, ...)                                \
-  {#NAME, FROM, TO, true, [](const char *from, char *to, int n) { \
-     __VA_ARGS__;                                                 \
-     return 0;                                                    \
+#define PLAIN(NAME, FROM, TO, READS, ...)                               \
+  {#NAME, 'm', FROM, TO, READS, [](const char *from, char *to, int n) { \
+     __VA_ARGS__;                                                       \
+     return 0;                                                          \
    }},
 
 const Member kMembers[] = {
     // clang-format off
     FAMILY(EACH, PAIR, PAIR, NONE, NONE)
-    READER(vt2hi, t, i) READER(mt2hi, t, i) READER(vt2hf, t, f) READER(mt2hf, t, f)
-    WRITER(hi2vt, t, i) WRITER(hi2mt, t, i)
-    PLAIN(H42N3, 'i', 't', H42N3(to, reinterpret_cast<const int *>(from), n))
-    PLAIN(NF2HD, 'f', 'd', NF2HD(reinterpret_cast<double *>(to), from, n))
-    PLAIN(HD2NF, 'd', 'f', HD2NF(to, reinterpret_cast<const double *>(from), n))
-    PLAIN(swap2, 's', 's', swap2(from, to, n))
-    PLAIN(swap4, 'i', 'i', swap4(from, to, n))
-    PLAIN(swap8, 'l', 'l', swap8(from, to, n))
+    READER(vt2hi, v, t, i) READER(mt2hi, m, t, i) READER(vt2hf, v, t, f) READER(mt2hf, m, t, f)
+    WRITER(hi2vt, v, t, i) WRITER(hi2mt, m, t, i)
+    PLAIN(H42N3, 'i', 't', false, H42N3(to, reinterpret_cast<const int *>(from), n))
+    PLAIN(NF2HD, 'f', 'd', true, NF2HD(reinterpret_cast<double *>(to), from, n))
+    PLAIN(HD2NF, 'd', 'f', false, HD2NF(to, reinterpret_cast<const double *>(from), n))
+    PLAIN(swap2, 's', 's', false, swap2(from, to, n))
+    PLAIN(swap4, 'i', 'i', false, swap4(from, to, n))
+    PLAIN(swap8, 'l', 'l', false, swap8(from, to, n))
     // clang-format on
 };
 
-int size_of(char letter) {
-  switch (letter) {
-    case 'b':
-      return 1;
-    case 's':
-      return 2;
-    case 't':
-      return 3;
-    case 'i':
-    case 'f':
-      return 4;
-    default:
-      return 8;
-  }
+char external_of(const Member &m) { return m.reads ? m.from : m.to; }
+
+bool is_plain_copy(const Member &m) {
+  return m.from == m.to && (m.from == 'b' || (m.layout == 'a' && m.from != 'd'));
 }
 
-bool floating(char letter) { return letter == 'f' || letter == 'd'; }
+// Whether the external double is what only layout a has: neither big- nor little-endian.
+bool is_mixed(const Member &m) { return m.layout == 'a' && external_of(m) == 'd'; }
 
-std::string group_of(const Member &m) {
-  const std::string name = m.name;
+Conversion conversion_of(const Member &m) {
+  const bool is_unsigned = m.name[0] == 'u', big = m.layout == 'm' && external_of(m) != 'b';
+  return {{m.from, is_unsigned && !floating(m.from), big && m.reads},
+          {m.to, is_unsigned && !floating(m.to), big && !m.reads}};
+}
+
+// The group's name, and the least geometric mean and the least member that we aim at, at each size.
+struct Group {
+  const char *name;
+  double mean[3], least[3];
+};
+
+const Group kGroups[] = {
+    {"plain copy", {0.97, 0.97, 0.98}, {0.95, 0.93, 0.95}},
+    {"same-width reversal", {1.35, 0.93, 1.2}, {0.95, 0.88, 1.1}},
+    {"widening", {1.0, 0.9, 1.1}, {0.75, 0.8, 0.95}},
+    {"narrowing with report", {0.85, 0.85, 1.15}, {0.6, 0.65, 0.95}},
+    {"integer to floating", {0.9, 0.86, 1.15}, {0.5, 0.55, 1.0}},
+    {"floating to integer", {0.45, 0.56, 1.1}, {0.25, 0.3, 0.9}},
+    {"float and double", {0.65, 0.7, 1.15}, {0.44, 0.53, 1.0}},
+    {"three bytes, reading", {0.8, 0.8, 0.95}, {}},
+    {"three bytes, writing", {0.5, 0.65, 0.75}, {}},
+};
+
+const char *group_of(const Member &m) {
   if (m.from == 't') return "three bytes, reading";
   if (m.to == 't') return "three bytes, writing";
-  if (m.from == m.to) {
-    // Layouts that have the host's order: a but for the double.
-    const bool plain = name.find('a') != std::string::npos && name[0] != 's' && m.from != 'd';
-    return plain ? "plain copy" : "same-width reversal";
-  }
+  if (m.from == m.to) return is_plain_copy(m) ? "plain copy" : "same-width reversal";
   if (floating(m.from) && floating(m.to)) return "float and double";
   if (floating(m.to)) return "integer to floating";
   if (floating(m.from)) return "floating to integer";
   return size_of(m.from) < size_of(m.to) ? "widening" : "narrowing with report";
 }
 
-const std::vector<std::string> kGroups = {
-    "plain copy",          "same-width reversal", "widening",         "narrowing with report",
-    "integer to floating", "floating to integer", "float and double", "three bytes, reading",
-    "three bytes, writing"};
+// ---- The data --------------------------------------------------------------------------------
 
-// Small numbers that every conversion keeps: as host values for a writer; for a reader as zeros
-// with a few low bits, which no layout makes a large number of.
-void fill(const Member &m, char *from, size_t bytes) {
-  std::memset(from, 0, bytes);
-  if (m.reads) return;
-  const auto n = bytes / static_cast<size_t>(size_of(m.from));
-  for (size_t k = 0; k < n; ++k) {
-    const double value = static_cast<double>(k % 101);
-    if (m.from == 'f') reinterpret_cast<float *>(from)[k] = static_cast<float>(value);
-    if (m.from == 'd') reinterpret_cast<double *>(from)[k] = value;
-    if (!floating(m.from))
-      from[k * static_cast<size_t>(size_of(m.from))] = static_cast<char>(k % 101);
-  }
-}
+struct Buffers {
+  char *from, *to;
+};
 
 char *pages(size_t bytes) {
   void *at = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
@@ -132,177 +135,348 @@ char *pages(size_t bytes) {
   return static_cast<char *>(at);
 }
 
-struct Options {
-  bool quick = false, brief = false, calls = false, odd = false, failing = false;
-  std::string pattern;
-};
+// The member that undoes this one, or null.
+const Member *inverse_of(const Member &m) {
+  const std::string name = m.name, sign = name[0] == 'u' ? "u" : "";
+  const size_t two = name.find('2');
+  const std::string inverse =
+      sign + name.substr(two + 1) + "2" + name.substr(sign.size(), two - sign.size());
+  const auto *end = std::end(kMembers),
+             *found = std::find_if(std::begin(kMembers), end,
+                                   [&](const Member &other) { return inverse == other.name; });
+  return found == end ? nullptr : found;
+}
 
-struct Buffers {
-  char *from, *to;
-};
+void fill_host(char type, char *at, int n) {
+  const auto size = static_cast<size_t>(size_of(type));
+  std::memset(at, 0, static_cast<size_t>(n) * size);
+  for (int k = 0; k < n; ++k) {
+    if (type == 'f')
+      reinterpret_cast<float *>(at)[k] = static_cast<float>(k % 101);
+    else if (type == 'd')
+      reinterpret_cast<double *>(at)[k] = k % 101;
+    else
+      at[static_cast<size_t>(k) * size] = static_cast<char>(k % 101);
+  }
+}
 
-// Ratios over memcpy of ours and the loops given, for `total` bytes read and written.
+// Small numbers that every conversion keeps. What no member writes is zeros.
+void fill(const Member &m, Buffers at, int n) {
+  if (!m.reads) {
+    fill_host(m.from, at.from, n);
+  } else if (const Member *writer = inverse_of(m)) {
+    fill_host(m.to, at.to, n);
+    writer->call(at.to, at.from, n);
+  } else {
+    std::memset(at.from, 0, static_cast<size_t>(n) * static_cast<size_t>(size_of(m.from)));
+  }
+}
+
+// Elements for `total` bytes read and written.
+int count_for(const Member &m, size_t total) {
+  return static_cast<int>(total / static_cast<size_t>(size_of(m.from) + size_of(m.to)));
+}
+
+// ---- The measurements ------------------------------------------------------------------------
+
+const char *const kLoop = "loop";
+constexpr size_t kL1 = 16u << 10, kL2 = 512u << 10;
+
+// A peer's call, if it can do what the member does and gives the same bytes for what fill() gives.
+std::function<void()> run_of(const Peer &peer, const Member &m, Buffers at, int n) {
+  const auto size = static_cast<size_t>(n) * static_cast<size_t>(size_of(m.to));
+  m.call(at.from, at.to, n);
+  const std::string ours(at.to, size);
+  std::memset(at.to, 0xa5, size);
+  auto run = peer.run(conversion_of(m), at.from, at.to, static_cast<size_t>(n));
+  if (run) run();
+  return ours == std::string_view(at.to, size) ? run : nullptr;
+}
+
+// memcpy, the member, the loops and the peers that there are.
 std::vector<bench::Result> compare(const Member &m, size_t total, Buffers at,
-                                   const Options &options, bool loops) {
-  const auto from_size = static_cast<size_t>(size_of(m.from)),
-             to_size = static_cast<size_t>(size_of(m.to));
-  const auto n = static_cast<int>(total / (from_size + to_size));
-  const size_t half = static_cast<size_t>(n) * (from_size + to_size) / 2;
-  fill(m, at.from, static_cast<size_t>(n) * from_size);
+                                   const std::vector<PlainLoop> &loops,
+                                   const std::vector<Peer> &peers) {
+  const int n = count_for(m, total);
+  const size_t half =
+      static_cast<size_t>(n) * static_cast<size_t>(size_of(m.from) + size_of(m.to)) / 2;
+  fill(m, at, n);
   std::vector<bench::Contender> contenders = {{"memcpy",
                                                [=] {
                                                  std::memcpy(at.to, at.from, half);
                                                  asm volatile("" ::: "memory");
                                                }},
                                               {m.name, [=] { m.call(at.from, at.to, n); }}};
-  if (loops) {
-    for (const PlainLoop loop : {plain_loop_o2(m.name), plain_loop_native(m.name)}) {
-      if (loop) contenders.push_back({"loop", [=] { loop(at.from, at.to, n); }});
-    }
+  for (const PlainLoop loop : loops) {
+    if (loop) contenders.push_back({kLoop, [=] { loop(at.from, at.to, n); }});
   }
-  const bool large = total > (8u << 20);
-  return bench::alternate(contenders, large ? (options.quick ? 3 : 7) : (options.quick ? 9 : 31),
-                          large           ? 1e-9
-                          : options.quick ? 0.0004
-                                          : 0.002);
-}
-
-// One call of n elements over the same through a plain loop's function.
-double call_ratio(const Member &m, int n, Buffers at, const Options &options) {
-  const PlainLoop loop = plain_loop_o2(m.name);
-  if (!loop) return NAN;
-  fill(m, at.from, 1024);
-  constexpr int kTimes = 1000;
-  const auto results = bench::alternate({{"loop",
-                                          [=] {
-                                            for (int k = 0; k < kTimes; ++k)
-                                              loop(at.from, at.to, n);
-                                          }},
-                                         {"ours",
-                                          [=] {
-                                            for (int k = 0; k < kTimes; ++k)
-                                              m.call(at.from, at.to, n);
-                                          }}},
-                                        options.quick ? 9 : 31, options.quick ? 0.0002 : 0.001);
-  return results[1].ratio;
+  for (const Peer &peer : peers) {
+    if (auto run = run_of(peer, m, at, n)) contenders.push_back({peer.name, run});
+  }
+  return total > kL2 ? bench::alternate(contenders, bench::quick ? 3 : 7, 1e-9)
+                     : bench::alternate(contenders);
 }
 
 // With an odd external address, or with bytes of all kinds, over the same without.
-double disturbed_ratio(const Member &m, size_t total, Buffers at, const Options &options) {
-  const auto from_size = static_cast<size_t>(size_of(m.from));
-  const auto to_size = static_cast<size_t>(size_of(m.to));
-  const auto n = static_cast<int>(total / (from_size + to_size));
-  fill(m, at.from, static_cast<size_t>(n) * from_size + 64);
-  const char *from = at.from + (options.odd && m.reads ? 1 : 0);
-  char *to = at.to + (options.odd && !m.reads ? 1 : 0);
-  if (options.failing) {
+double disturbed_ratio(const Member &m, size_t total, Buffers at, bool odd) {
+  const int n = count_for(m, total);
+  fill(m, at, n);
+  const char *from = at.from;
+  char *to = at.to;
+  if (odd) {
+    if (m.reads)
+      ++from;
+    else
+      ++to;
+  } else {
     char *bytes = at.from + (64u << 20);
-    for (size_t k = 0; k < static_cast<size_t>(n) * from_size; ++k) {
-      bytes[k] = static_cast<char>(k * k * 31 + k / 7 + 77);
-    }
+    for (size_t k = 0; k < total; ++k) bytes[k] = static_cast<char>(k * k * 31 + k / 7 + 77);
     from = bytes;
   }
-  const auto results = bench::alternate(
-      {{"plain", [=] { m.call(at.from, at.to, n); }}, {"disturbed", [=] { m.call(from, to, n); }}},
-      options.quick ? 9 : 31, options.quick ? 0.0004 : 0.002);
-  return results[1].ratio;
+  return bench::alternate({{"plain", [=] { m.call(at.from, at.to, n); }},
+                           {"disturbed", [=] { m.call(from, to, n); }}})[1]
+      .ratio;
 }
+
+// One call of n elements over the same through a plain loop's function.
+double call_ratio(const Member &m, int n, Buffers at) {
+  const PlainLoop loop = plain_loop_o2(m.name);
+  if (!loop) return NAN;
+  fill(m, at, n);
+  const auto thousand = [=](auto call) {
+    return [=] {
+      for (int k = 0; k < 1000; ++k) call(at.from, at.to, n);
+    };
+  };
+  return bench::alternate({{"loop", thousand(loop)}, {"ours", thousand(m.call)}})[1].ratio;
+}
+
+// ---- The tables ------------------------------------------------------------------------------
 
 struct Mean {
   double logs = 0, least = 1e9;
   int count = 0;
-  const char *least_name = "";
-  void add(double ratio, const char *name) {
+  void add(double ratio) {
+    if (std::isnan(ratio)) return;
     logs += std::log(ratio);
     ++count;
-    if (ratio < least) least = ratio, least_name = name;
+    least = std::min(least, ratio);
   }
   double value() const { return std::exp(logs / count); }
 };
+
+struct Versus {
+  Mean theirs, ours;
+};
+
+using Row = std::array<double, 7>;  // odd and failing at L1 and L2, calls of 1, 4 and 16
+
+// What is known of a group. The peers at L1 and L2; the best of them is one more.
+struct Tally {
+  Mean ratio[3], loops[2];
+  std::map<std::string, Versus> peers[2];
+  std::array<Mean, std::tuple_size_v<Row>> costs;
+};
+std::map<std::string, Tally> tallies;
+const char *const kBest = "best of them";
+
+std::string number(double value) {
+  char text[16] = "";
+  if (!std::isnan(value)) std::snprintf(text, sizeof text, value < 0.0995 ? "%.3f" : "%.2f", value);
+  return text;
+}
+std::string number(const Mean &mean) { return mean.count == 0 ? "" : number(mean.value()); }
+
+void print_groups() {
+  std::printf(
+      "## conv groups\n\n"
+      "| group | members | L1 | L2 | out of cache | loop `-O2` | loop `-O3` |\n"
+      "|---|---|---|---|---|---|---|\n");
+  for (const Group &group : kGroups) {
+    const Tally &tally = tallies[group.name];
+    if (tally.ratio[0].count == 0) continue;
+    std::printf("| %s | %d |", group.name, tally.ratio[0].count);
+    for (size_t size = 0; size < 3; ++size) {
+      std::printf(" %.2f, %.2f (%.2f", tally.ratio[size].value(), tally.ratio[size].least,
+                  group.mean[size]);
+      if (group.least[size] > 0) std::printf(", %.2f", group.least[size]);
+      std::printf(") |");
+    }
+    std::printf(" %s | %s |\n", number(tally.loops[0]).c_str(), number(tally.loops[1]).c_str());
+  }
+}
+
+void print_peers(const std::vector<Peer> &peers) {
+  std::vector<std::string> names = {kBest};
+  for (const Peer &peer : peers) names.push_back(peer.name);
+  std::printf("## conv peers\n\n");
+  for (size_t size = 0; size < 2; ++size) {
+    std::printf("| at L%zu |", size + 1);
+    for (const std::string &name : names) std::printf(" %s |", name.c_str());
+    std::printf("\n|---|");
+    for (size_t k = 0; k < names.size(); ++k) std::printf("---|");
+    std::printf("\n");
+    for (const Group &group : kGroups) {
+      auto &versus = tallies[group.name].peers[size];
+      if (versus.empty()) continue;
+      std::printf("| %s |", group.name);
+      for (const std::string &name : names) {
+        const auto &[theirs, ours] = versus[name];
+        if (theirs.count > 0)
+          std::printf(" %s : %s (%d)", number(theirs).c_str(), number(ours).c_str(), ours.count);
+        std::printf(" |");
+      }
+      std::printf("\n");
+    }
+    std::printf("\n");
+  }
+  for (const Peer &peer : peers) std::printf("- %s: %s\n", peer.name, peer.lacks);
+  std::printf("\n");
+}
+
+// Adds what the loops and the peers did beside ours; returns the words of a row about them.
+std::string tally_others(Tally &tally, size_t size, const std::vector<bench::Result> &results) {
+  const double ours = results[1].ratio;
+  std::string loops, best_name;
+  double best = NAN;
+  for (size_t c = 2, loop = 0; c < results.size(); ++c) {
+    const auto &[name, seconds, ratio, spread] = results[c];
+    if (name == kLoop) {
+      loops += (ratio < 0.0995 ? "  " : "   ") + number(ratio);
+      tally.loops[loop++].add(ratio);
+      continue;
+    }
+    tally.peers[size][name].theirs.add(ratio);
+    tally.peers[size][name].ours.add(ours);
+    if (std::isnan(best) || ratio > best)
+      best = ratio, best_name = "   " + number(ratio) + " " + name;
+  }
+  if (!std::isnan(best)) {
+    tally.peers[size][kBest].theirs.add(best);
+    tally.peers[size][kBest].ours.add(ours);
+  }
+  return loops + best_name;
+}
+
+void measure_rates(const std::vector<Member> &members, Buffers at, size_t large, bool brief) {
+  const std::vector<Peer> peers = brief ? std::vector<Peer>() : installed_peers(), none;
+  const size_t sizes[] = {kL1, kL2, large};
+  std::vector<double> rates[3], spreads[3];
+  std::printf("## conv functions\n\nPeers found:");
+  for (const Peer &peer : peers) std::printf(" %s", peer.name);
+  std::printf("\n\n```\n%-8s %-22s %-12s %-12s %-12s  %5s  %5s   %s\n", "", "", "L1", "L2",
+              "out of cache", "-O2", "-O3", "best peer, these at L1");
+  for (const Member &m : members) {
+    const bool comparable = !is_plain_copy(m) && !is_mixed(m) && m.from != 't' && m.to != 't';
+    std::vector<PlainLoop> loops;
+    if (!brief) loops = {plain_loop_o2(m.name), plain_loop_native(m.name)};
+    Tally &tally = tallies[group_of(m)];
+    std::printf("%-8s %-22s", m.name, group_of(m));
+    std::string others;
+    for (size_t size = 0; size < 3; ++size) {
+      const auto results =
+          compare(m, sizes[size], at, loops, size < 2 && comparable ? peers : none);
+      const bench::Result &ours = results[1];
+      std::printf(" %5.2f ±%4.2f ", ours.ratio, ours.spread);
+      rates[size].push_back(static_cast<double>(sizes[size]) / results[0].seconds * 1e-9);
+      spreads[size].push_back(ours.spread);
+      tally.ratio[size].add(ours.ratio);
+      const std::string words = tally_others(tally, size, results);
+      if (size == 0) others = words;
+      loops.clear();  // at L1 only
+    }
+    std::printf("%s\n", others.c_str());
+    std::fflush(stdout);
+  }
+  std::printf("```\n\n");
+
+  print_groups();
+  const auto median = [](const std::vector<double> &values) {
+    return bench::quantile(values, 0.5);
+  };
+  std::printf(
+      "\nmemcpy reads and writes %.0f, %.0f and %.0f GB/s at L1, at L2 and out of cache. The "
+      "median member's spread is "
+      "%.3f, %.3f and %.3f.\n\n",
+      median(rates[0]), median(rates[1]), median(rates[2]), median(spreads[0]), median(spreads[1]),
+      median(spreads[2]));
+  if (!brief) print_peers(peers);
+}
+
+struct Costs {
+  bool odd, failing, calls;
+};
+
+void measure_costs(const std::vector<Member> &members, Buffers at, Costs costs) {
+  std::printf("## conv costs of functions\n\n```\n%-8s %-15s %-15s %s\n", "", "odd: L1, L2",
+              "failing: L1, L2", "n = 1, 4, 16");
+  for (const Member &m : members) {
+    const auto disturbed = [&](size_t total, bool odd) {
+      return (odd ? costs.odd : costs.failing) ? disturbed_ratio(m, total, at, odd) : NAN;
+    };
+    const auto call = [&](int n) { return costs.calls ? call_ratio(m, n, at) : NAN; };
+    const Row row = {disturbed(kL1, true),
+                     disturbed(kL2, true),
+                     disturbed(kL1, false),
+                     disturbed(kL2, false),
+                     call(1),
+                     call(4),
+                     call(16)};
+    std::printf("%-8s", m.name);
+    for (size_t k = 0; k < row.size(); ++k) {
+      tallies[group_of(m)].costs[k].add(row[k]);
+      std::printf(" %7s", number(row[k]).c_str());
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+  }
+  std::printf(
+      "```\n\n## conv costs\n\n"
+      "| group | odd address | nothing exact | n = 1 | n = 4 | n = 16 |\n"
+      "|---|---|---|---|---|---|\n");
+  for (const Group &group : kGroups) {
+    std::array<std::string, std::tuple_size_v<Row>> text;
+    for (size_t k = 0; k < text.size(); ++k) text[k] = number(tallies[group.name].costs[k]);
+    if (std::all_of(text.begin(), text.end(), [](const auto &cell) { return cell.empty(); }))
+      continue;
+    std::printf("| %s | %s / %s | %s / %s | %s | %s | %s |\n", group.name, text[0].c_str(),
+                text[1].c_str(), text[2].c_str(), text[3].c_str(), text[4].c_str(), text[5].c_str(),
+                text[6].c_str());
+  }
+  std::printf("\n");
+}
 
 }  // namespace
 
 int main(int argc, char **argv) {
   bench::processor_time = true;
-  Options options;
+  bool brief = false;
+  Costs costs{};
+  std::string pattern;
   for (int k = 1; k < argc; ++k) {
     const std::string argument = argv[k];
     if (argument == "--quick")
-      options.quick = true;
+      bench::quick = true;
     else if (argument == "--brief")
-      options.brief = true;
-    else if (argument == "--calls")
-      options.calls = true;
+      brief = true;
     else if (argument == "--odd")
-      options.odd = true;
+      costs.odd = true;
     else if (argument == "--failing")
-      options.failing = true;
+      costs.failing = true;
+    else if (argument == "--calls")
+      costs.calls = true;
     else
-      options.pattern = argument;
+      pattern = argument;
   }
-  const size_t large = (options.quick ? 96u : 256u) << 20;
-  const Buffers buffers{pages(large), pages(large)};
-  const size_t sizes[] = {16u << 10, 512u << 10, large};
-  std::map<std::string, Mean> means[3], loops_means[2];
+  const bool everything = !brief && !costs.odd && !costs.failing && !costs.calls;
+  if (everything) costs = {true, true, true};
+  std::vector<Member> members;
+  std::copy_if(
+      std::begin(kMembers), std::end(kMembers), std::back_inserter(members),
+      [&](const Member &m) { return std::string(m.name).find(pattern) != std::string::npos; });
 
-  if (options.odd || options.failing)
-    std::printf("%-8s %6s %6s   over the same member without\n", "", "L1", "L2");
-  else if (options.calls)
-    std::printf("%-8s %6s %6s %6s   over a plain loop's call\n", "n =", "1", "4", "16");
-  else
-    std::printf("%-8s %-22s %-12s %-12s %-12s %s\n", "over", "memcpy", "L1", "L2", "out of cache",
-                options.brief ? "" : "loop -O2, -O3 -march=native at L1");
-  for (const Member &m : kMembers) {
-    if (std::string(m.name).find(options.pattern) == std::string::npos) continue;
-    const std::string group = group_of(m);
-    if (options.calls) {
-      std::printf("%-8s", m.name);
-      for (int k = 0; k < 3; ++k) {
-        const double ratio = call_ratio(m, k == 0 ? 1 : k == 1 ? 4 : 16, buffers, options);
-        if (!std::isnan(ratio)) means[k][group].add(ratio, m.name);
-        std::printf(" %6.2f", ratio);
-      }
-      std::printf("\n");
-      continue;
-    }
-    if (options.odd || options.failing) {
-      std::printf("%-8s", m.name);
-      for (int k = 0; k < 2; ++k) {
-        const double ratio = disturbed_ratio(m, sizes[k], buffers, options);
-        means[k][group].add(ratio, m.name);
-        std::printf(" %6.2f", ratio);
-      }
-      std::printf("\n");
-      continue;
-    }
-    std::printf("%-8s %-22s", m.name, group.c_str());
-    std::string loops;
-    for (int k = 0; k < 3; ++k) {
-      const auto results = compare(m, sizes[k], buffers, options, k == 0 && !options.brief);
-      means[k][group].add(results[1].ratio, m.name);
-      std::printf(" %5.2f ±%4.2f ", results[1].ratio, results[1].spread);
-      for (size_t c = 2; c < results.size(); ++c) {
-        char text[32];
-        std::snprintf(text, sizeof text, " %5.2f", results[c].ratio);
-        loops += text;
-        loops_means[c - 2][group].add(results[c].ratio, m.name);
-      }
-    }
-    std::printf("%s\n", loops.c_str());
-    std::fflush(stdout);
-  }
-  std::printf("\n");
-  for (const std::string &group : kGroups) {
-    if (means[0][group].count == 0) continue;
-    std::printf("%-22s %3d", group.c_str(), means[0][group].count);
-    for (auto &size : means) {
-      if (size[group].count == 0) continue;
-      std::printf("   %5.2f least %5.2f %-7s", size[group].value(), size[group].least,
-                  size[group].least_name);
-    }
-    for (auto &loop : loops_means) {
-      if (loop[group].count != 0) std::printf("   loop %5.2f", loop[group].value());
-    }
-    std::printf("\n");
-  }
+  const size_t large = (bench::quick ? 96u : 256u) << 20;
+  const Buffers buffers{pages(large), pages(large)};
+  if (everything || brief) measure_rates(members, buffers, large, brief);
+  if (!brief) measure_costs(members, buffers, costs);
 }

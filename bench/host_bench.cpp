@@ -1,5 +1,10 @@
-// What a sampler costs beside the bare open, read and close of its file with a buffer of the same
-// size, and sysproc beside the same ps with its output to a file. Limit: 1.10 times as long.
+// host_bench: what a sampler costs beside the bare open, read and close of its file with a buffer
+// of the same size, beside libproc2 and libuv, and sysproc beside the same ps with its output to a
+// file.
+//
+//   host_bench [--quick]
+//
+// libproc2 keeps its files open from call to call, and its memory as well.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -10,10 +15,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "bench/alternate.h"
+#include "bench/host_peers.h"
 #include "frame/vestan.h"
 #include "include/plintor.h"
 
@@ -52,7 +60,8 @@ void sample_load() {
   sysloadavg(avg, &nprocs);
 }
 
-template <typename Call>
+using Call = std::function<void()>;
+
 double seconds_of(const Call &call) {
   const auto start = std::chrono::steady_clock::now();
   call();
@@ -64,8 +73,7 @@ struct Pair {
   double other, ours;
 };
 
-template <typename Other, typename Ours>
-Pair measure(const Other &other, const Ours &ours, int round) {
+Pair measure(const Call &other, const Call &ours, int round) {
   Pair taken;
   if (round % 2 == 0) taken.other = seconds_of(other);
   taken.ours = seconds_of(ours);
@@ -73,9 +81,47 @@ Pair measure(const Other &other, const Ours &ours, int round) {
   return taken;
 }
 
+std::vector<Pair> measure_all(const Call &other, const Call &ours, int rounds) {
+  for (int k = 0; k < 3; ++k) measure(other, ours, k);
+  std::vector<Pair> pairs;
+  for (int k = 0; k < rounds; ++k) pairs.push_back(measure(other, ours, k));
+  return pairs;
+}
+
+// Only the first call of a process reads the file, so every measurement has a process of its own.
+// The process has sampled before, or the pages that it had not touched yet would count.
+std::vector<Pair> measure_boottime(const Call &other, int rounds) {
+  std::vector<Pair> pairs;
+  for (int round = 0; round < rounds; ++round) {
+    int ends[2];
+    if (pipe(ends) != 0) abort();
+    const pid_t child = fork();
+    if (child == 0) {
+      other();
+      sample_cpu();
+      sample_memory();
+      const Pair taken = measure(
+          other, [] { sysboottime(); }, round);
+      _exit(write(ends[1], &taken, sizeof taken) == sizeof taken ? 0 : 1);
+    }
+    Pair taken;
+    if (child < 0 || read(ends[0], &taken, sizeof taken) != sizeof taken) abort();
+    close(ends[0]);
+    close(ends[1]);
+    waitpid(child, nullptr, 0);
+    pairs.push_back(taken);
+  }
+  return pairs;
+}
+
 // Medians, because a call that another program interrupts says nothing. The spread is half the
-// distance between the quartiles of the ratio over twenty-one parts of the run.
-void print(const char *name, const char *other, const std::vector<Pair> &pairs) {
+// distance between the quartiles of the ratio over parts of the run.
+struct Comparison {
+  Pair median;
+  double ratio, spread;
+};
+
+Comparison compare(const std::vector<Pair> &pairs) {
   constexpr size_t kParts = 21;
   const auto medians = [](auto first, auto last) {
     std::vector<double> others, ours;
@@ -92,49 +138,29 @@ void print(const char *name, const char *other, const std::vector<Pair> &pairs) 
     const Pair part = medians(start, end);
     ratios.push_back(part.ours / part.other);
   }
-  const Pair whole = medians(pairs.begin(), pairs.end());
-  const double ratio = bench::quantile(ratios, 0.5);
-  const double spread = (bench::quantile(ratios, 0.75) - bench::quantile(ratios, 0.25)) / 2;
-  printf("%-12s %9.2f us   %-28s %9.2f us   %.3f times as long, +- %.3f%s\n", name,
-         1e6 * whole.ours, other, 1e6 * whole.other, ratio, spread,
-         ratio > kLimit ? "   over the limit" : "");
-  fflush(stdout);
+  return {medians(pairs.begin(), pairs.end()), bench::quantile(ratios, 0.5),
+          (bench::quantile(ratios, 0.75) - bench::quantile(ratios, 0.25)) / 2};
 }
 
-template <typename Other, typename Ours>
-void compare(const char *name, const char *other_name, const Other &other, const Ours &ours,
-             int rounds = 10001) {
-  for (int k = 0; k < 3; ++k) measure(other, ours, k);
-  std::vector<Pair> pairs;
-  for (int k = 0; k < rounds; ++k) pairs.push_back(measure(other, ours, k));
-  print(name, other_name, pairs);
-}
-
-// Only the first call of a process reads the file, so every measurement has a process of its own.
-// The process has sampled before, or the pages that it had not touched yet would count.
-void compare_boottime() {
-  std::vector<Pair> pairs;
-  for (int round = 0; round < 1001; ++round) {
-    int ends[2];
-    if (pipe(ends) != 0) abort();
-    const pid_t child = fork();
-    if (child == 0) {
-      const auto read_stat = [] { bare<16384>("/proc/stat"); };
-      read_stat();
-      sample_cpu();
-      sample_memory();
-      const Pair taken = measure(
-          read_stat, [] { sysboottime(); }, round);
-      _exit(write(ends[1], &taken, sizeof taken) == sizeof taken ? 0 : 1);
-    }
-    Pair taken;
-    if (child < 0 || read(ends[0], &taken, sizeof taken) != sizeof taken) abort();
-    close(ends[0]);
-    close(ends[1]);
-    waitpid(child, nullptr, 0);
-    pairs.push_back(taken);
+// A row: the sampler beside the bare calls, then beside the peers that answer the same.
+void row(const std::string &name, const Call &bare, const std::vector<HostPeer> &peers,
+         const std::function<std::vector<Pair>(const Call &)> &measure_beside) {
+  const auto print = [](const Comparison &beside) {
+    printf(" %.2f ± %.3f (%.2f µs) |", beside.ratio, beside.spread, 1e6 * beside.median.other);
+  };
+  const Comparison beside = compare(measure_beside(bare));
+  printf("| %s | %.2f µs |%s", name.c_str(), 1e6 * beside.median.ours,
+         beside.ratio > kLimit ? " over the limit:" : "");
+  print(beside);
+  for (const HostPeer &peer : peers) {
+    const auto call = peer.calls.find(name);
+    if (call == peer.calls.end())
+      printf(" |");
+    else
+      print(compare(measure_beside(call->second)));
   }
-  print("sysboottime", "open+read+close, first call", pairs);
+  printf("\n");
+  fflush(stdout);
 }
 
 // Processes for ps to list; gone when this goes out of scope, and with this process in any case.
@@ -186,28 +212,47 @@ void ps_to_a_file() {
 
 }  // namespace
 
-int main() {
-  compare_boottime();  // first, while a child has no page of ours to copy
-  const char *same_file = "open+read+close";
-  compare(
-      "syscpu", same_file, [] { bare<8192>("/proc/stat"); }, sample_cpu);
-  compare(
-      "sysncpu", same_file, [] { bare<8192>("/proc/stat"); }, [] { sysncpu(); });
-  compare(
-      "sysmem", same_file, [] { bare<8192>("/proc/meminfo"); }, sample_memory);
-  compare(
-      "syspaging", same_file, [] { bare<8192>("/proc/vmstat"); }, sample_paging);
-  compare(
-      "sysloadavg", same_file, [] { bare<1024>("/proc/loadavg"); }, sample_load);
+int main(int argc, char **argv) {
+  const bool quick = argc > 1 && strcmp(argv[1], "--quick") == 0;
+  const std::vector<HostPeer> peers = installed_host_peers();
+  printf("## host\n\nPeers found:");
+  for (const HostPeer &peer : peers) printf(" %s", peer.name);
+  printf("\n\n| sampler | takes | times as long as bare calls |");
+  for (const HostPeer &peer : peers) printf(" as %s |", peer.name);
+  printf("\n|---|---|---|");
+  for (size_t k = 0; k < peers.size(); ++k) printf("---|");
+  printf("\n");
+
+  row(  // first, while a child has no page of ours to copy
+      "sysboottime", [] { bare<16384>("/proc/stat"); }, peers,
+      [&](const Call &other) { return measure_boottime(other, quick ? 101 : 1001); });
+  const auto sampler = [&](const char *name, const Call &bare_call, const Call &ours) {
+    row(name, bare_call, peers,
+        [&](const Call &other) { return measure_all(other, ours, quick ? 1001 : 10001); });
+  };
+  sampler(
+      "syscpu", [] { bare<8192>("/proc/stat"); }, sample_cpu);
+  sampler(
+      "sysncpu", [] { bare<8192>("/proc/stat"); }, [] { sysncpu(); });
+  sampler(
+      "sysmem", [] { bare<8192>("/proc/meminfo"); }, sample_memory);
+  sampler(
+      "syspaging", [] { bare<8192>("/proc/vmstat"); }, sample_paging);
+  sampler(
+      "sysloadavg", [] { bare<1024>("/proc/loadavg"); }, sample_load);
   const int pid = getpid();
   const std::string cmdline = "/proc/" + std::to_string(pid) + "/cmdline";
-  compare(
-      "pidcmdline", same_file, [&cmdline] { bare<8192 + 1>(cmdline.c_str()); },
+  sampler(
+      "pidcmdline", [&cmdline] { bare<8192 + 1>(cmdline.c_str()); },
       [pid] { free(pidcmdline(pid)); });
 
   const Sleepers sleepers;
   Tbl *processes = nullptr;
-  compare(
-      "sysproc", "ps -Ao ... into a file", ps_to_a_file, [&] { sysproc(&processes); }, 42);
-  printf("sysproc listed %ld processes\n", lentbl(processes));
+  row("sysproc", ps_to_a_file, peers, [&](const Call &other) {
+    return measure_all(
+        other, [&] { sysproc(&processes); }, 42);
+  });
+  printf(
+      "\nsysproc listed %ld processes; its bare call is the same ps with its output to a file.\n\n",
+      static_cast<long>(lentbl(processes)));
 }
