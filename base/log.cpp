@@ -69,9 +69,12 @@ void report(const char *severity, int syserr, const char *format, va_list argume
   va_list again;
   va_copy(again, arguments);
   errno = error;  // a %m in the format tells the same cause
-  int wanted = vsnprintf(room + start, longest, format, arguments);
-  if (wanted < 0) wanted = snprintf(room + start, longest, "%s", format);
+  const int wanted = vsnprintf(room + start, longest, format, arguments);
   size_t length = static_cast<size_t>(wanted);
+  if (wanted < 0) {  // cannot be filled in: the format itself, as far as there is room
+    snprintf(room + start, longest, "%s", format);
+    length = strlen(room + start);
+  }
   char *line = room;
   if (length >= longest) {
     line = static_cast<char *>(malloc(start + length + 1 + cause_length + 1));

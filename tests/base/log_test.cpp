@@ -190,6 +190,18 @@ TEST_F(log_calls, write_the_format_itself_when_it_cannot_be_filled_in) {
   EXPECT_EQ(outcome.err, "tool: error: wide %ls\n");
 }
 
+TEST_F(log_calls, cut_a_format_that_cannot_be_filled_in) {
+  const std::string format = "wide %ls" + std::string(9000, 'f');
+  const auto outcome = fakes::in_child([&] {
+    const wchar_t outside[] = {0x20ac, 0};
+    errno = ENOENT;
+    elog_log(1, format.c_str(), outside);
+  });
+  const std::string start = "tool: error: ";
+  const std::string end = ": No such file or directory\n";
+  EXPECT_EQ(outcome.err, start + format.substr(0, 4096 - start.size() - end.size() - 1) + end);
+}
+
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(log_calls, cut_a_long_entry_but_not_its_cause_without_memory) {
   const auto outcome = fakes::in_child([] {
