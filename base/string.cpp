@@ -1,5 +1,6 @@
 // Strings: growing ones, fields, lines and numbers.
 
+#include <errno.h>
 #include <stdio.h>
 
 #include <cstring>
@@ -16,6 +17,16 @@ struct Growing {
   size_t length;
   size_t capacity;  // the NUL included
 };
+
+// The next character. A signal that interrupts the reading is not the end of it.
+int next_of(FILE *stream) {
+  int next = getc_unlocked(stream);
+  while (next == EOF && ferror_unlocked(stream) && errno == EINTR) {
+    clearerr_unlocked(stream);
+    next = getc_unlocked(stream);
+  }
+  return next;
+}
 
 }  // namespace
 
@@ -73,11 +84,11 @@ char *getaline(FILE *stream, char *buffer, long size) {
   if (stream == nullptr || buffer == nullptr || size < 2) return nullptr;
   long length = 0;
   flockfile(stream);
-  int next = getc_unlocked(stream);
+  int next = next_of(stream);
   const bool ended = next == EOF;
   while (next != EOF && next != '\n' && length < size - 1) {
     buffer[length++] = static_cast<char>(next);
-    next = getc_unlocked(stream);
+    next = next_of(stream);
   }
   // The rest of a longer line comes with the next call.
   if (next != EOF && next != '\n') ungetc(next, stream);

@@ -197,7 +197,7 @@ char *popstr(void **handle, int finish);
  */
 Tbl *split(char *string, int separator);
 
-/* The next line of a stream, without its newline.
+/* The next line of a stream, without its newline. Signals do not interrupt the reading.
  *
  * buffer  size bytes
  * size    at least 2. Of a line with more than size - 1 characters the rest comes with the next

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -234,6 +235,24 @@ TEST(getaline, of_a_stream_that_cannot_be_read_is_null) {
   FILE *stream = fopen("/dev/null", "w");
   char buffer[8];
   EXPECT_EQ(getaline(stream, buffer, 8), nullptr);
+  fclose(stream);
+}
+
+TEST(getaline, goes_on_after_a_signal) {
+  static int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "one ", 4), 4);
+  struct sigaction action {};  // no flags: what it interrupts is not restarted
+  action.sa_handler = [](int) {
+    if (write(ends[1], "line\n", 5) != 5) _exit(1);
+    close(ends[1]);
+  };
+  sigaction(SIGALRM, &action, nullptr);
+  ualarm(50000, 0);
+  FILE *stream = fdopen(ends[0], "r");
+  char buffer[16];
+  EXPECT_STREQ(getaline(stream, buffer, sizeof buffer), "one line");
+  EXPECT_EQ(getaline(stream, buffer, sizeof buffer), nullptr);
   fclose(stream);
 }
 
