@@ -97,7 +97,6 @@ char *abspath(const char *path, char *result) {
     char folder[PATH_MAX];
     if (getcwd(folder, sizeof folder) == nullptr) return fail(result, errno);
     absolute.append(folder);
-    absolute.append("/");
   }
   absolute.append(path);
   return absolute.finish(result);
