@@ -12,9 +12,9 @@
 //   LIKE(R, E, H, Q)        four names for what layout Q has in the same place
 //   SAME(R, E, H, Q, F, K)  two names for what layout Q has for the types F and K
 //
-// A copy does not look at what it copies, hence ONCE and SAME. Layout v differs from a in the
-// external double alone, m from both in everything longer than a byte. Kept: ms2hs and ums2hs are
-// two functions, where the longer reversals are one for both signs.
+// Copies and integer reversals do not look at what they move, hence ONCE and SAME. Layout v differs
+// from a in the external double alone, m from both in everything longer than a byte.
+// Kept: ms2hs and ums2hs are two functions, where the longer reversals are one for both signs.
 
 #ifndef CONV_FAMILY_H
 #define CONV_FAMILY_H

@@ -80,7 +80,7 @@ int nomem(void *pointer, int n);
  * n         Count of elements; 0 or less converts nothing and leaves the cursor alone.
  *
  * Source and destination may overlap: element k is read before element k is written, and written
- * before element k + 1 is read.
+ * before element k + 1 is read. Mere copies (as2hs, hd2vd, ...) are as memmove makes them.
  *
  * The result is 0 when every element was exact, and -1 when at least one was not:
  *
@@ -103,8 +103,8 @@ int nomem(void *pointer, int n);
  *   smallest int). The upper bound is compared as a floating value: 2^32 from a float to an
  *   unsigned int, and 2^64 to an unsigned long, are not above it, and leave 0.
  *
- * Logs, allocates and keeps nothing. Any thread. Names that could only differ in meaning and not
- * in bytes are one function (ab2hb, umb2hb, ...).
+ * Logs, allocates and keeps nothing. Any thread. Most names that could only differ in meaning and
+ * not in bytes are one function (ab2hb, umb2hb, ...).
  */
 
 /* Layout a: little-endian, doubles with their halves exchanged. */
