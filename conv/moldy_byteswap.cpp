@@ -54,11 +54,11 @@ NET_TO_HOST(UN2H8, unsigned long, uml2hl)  NET_TO_HOST_IS(UN2HL, unsigned long, 
 HOST_TO_NET(HI2NC, int, hi2mb)             NET_TO_HOST(NC2HI, int, mb2hi)
 HOST_TO_NET(HI2NS, int, hi2ms)             NET_TO_HOST(NS2HI, int, ms2hi)
 HOST_TO_NET(HI2NF, int, hi2mf)             NET_TO_HOST(NF2HI, int, mf2hi)
-    // clang-format on
+// clang-format on
 
-    // ---- Network floats and host doubles, without a report ----
+// ---- Network floats and host doubles, without a report ----
 
-    extern "C" decltype(N2H4) own_N2H4 __attribute__((alias("N2H4"), visibility("hidden")));
+extern "C" decltype(N2H4) own_N2H4 __attribute__((alias("N2H4"), visibility("hidden")));
 extern "C" decltype(H2N4) own_H2N4 __attribute__((alias("H2N4"), visibility("hidden")));
 
 namespace {
@@ -159,11 +159,11 @@ extern "C" void H42N3(void *net, const int *host, int n) {
 HOST_TO_NET_ONE(htondp, double, hd2md)  NET_TO_HOST_ONE(ntohdp, double, md2hd)
 HOST_TO_NET_ONE(htonfp, float, hf2mf)   NET_TO_HOST_ONE(ntohfp, float, mf2hf)
 HOST_TO_NET_ONE(hton8p, long, hl2ml)    NET_TO_HOST_ONE(ntoh8p, long, ml2hl)
-    // clang-format on
+// clang-format on
 
-    // By value: a reversed pattern travels in a floating register, where it is only ever moved.
+// By value: a reversed pattern travels in a floating register, where it is only ever moved.
 
-    extern "C" double htond(double host) {
+extern "C" double htond(double host) {
   double net;
   char *cursor = reinterpret_cast<char *>(&net);
   hd2md(&host, &cursor, 1);

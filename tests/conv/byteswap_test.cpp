@@ -25,7 +25,7 @@ constexpr long kSmallestLong = std::numeric_limits<long>::min();
 
 }  // namespace
 
-// ---- Integers -----------------------------------------------------------------------------------
+// ---- Integers
 
 TEST(byteswap, a_count_of_0_returns_0_and_leaves_the_cursor) {
   char bytes[] = {1, 2};
@@ -156,7 +156,6 @@ TEST(byteswap, each_layout_has_its_own_double) {
 }
 
 // ---- Floating values of the same type, and across
-// ------------------------------------------------
 
 TEST(byteswap, mf2hf_fails_on_the_nan_that_af2hf_copies) {
   auto [value, result] = read(mf2hf, {0x7F, 0xC0, 0x00, 0x00});
@@ -207,7 +206,6 @@ TEST(byteswap, double_to_float_rounds_ties_to_even_and_into_subnormals) {
 }
 
 // ---- Integers to floating values
-// -----------------------------------------------------------------
 
 TEST(byteswap, ai2hf_fails_where_a_float_cannot_hold_the_integer) {
   EXPECT_EQ(read(ai2hf, {0, 0, 0, 1}), is(16777216.0f, 0));
@@ -249,7 +247,6 @@ TEST(byteswap, unsigned_writers_of_floating_values_never_fail) {
 }
 
 // ---- Floating values to integers, reading
-// --------------------------------------------------------
 
 TEST(byteswap, af2hs_drops_the_fraction_and_fails) {
   EXPECT_EQ(read(af2hs, {0, 0, 0x20, 0x40}), is<short>(2, -1));   // 2.5
@@ -303,7 +300,6 @@ TEST(byteswap, negative_zero_is_read_as_an_exact_0) {
 }
 
 // ---- Floating values to integers, writing
-// --------------------------------------------------------
 
 TEST(byteswap, hf2ab_saturates_above_127_and_drops_fractions_below) {
   EXPECT_EQ(write(hf2ab, 127.5f), is(Bytes{0x7F}, -1));

@@ -164,7 +164,6 @@ Converted widened(uint32_t bits) {
 }
 
 // ---- One rule over many values
-// -------------------------------------------------------------------
 
 struct Expected {
   uint64_t bits[kChunk];
@@ -269,7 +268,6 @@ bool rehearse(const Rule &rule, const Member &member) {
 }
 
 // ---- Layouts, many values at a time
-// --------------------------------------------------------------
 
 template <class T>
 void encode_as(char layout, char type, const uint64_t *bits, uint8_t *bytes) {
@@ -303,7 +301,6 @@ void encode(char layout, char type, const uint64_t *bits, uint8_t *bytes) {
 }
 
 // ---- The proof
-// -----------------------------------------------------------------------------------
 
 // One function of the shared object under all of its names, and what was found.
 struct Subject {

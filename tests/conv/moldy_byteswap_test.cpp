@@ -57,9 +57,9 @@ SEEN_WRITER(uhl2ml, unsigned long)   SEEN_READER(uml2hl, unsigned long)
 SEEN_WRITER(hi2mb, int)              SEEN_READER(mb2hi, int)
 SEEN_WRITER(hi2ms, int)              SEEN_READER(ms2hi, int)
 SEEN_WRITER(hi2mf, int)              SEEN_READER(mf2hi, int)
-    // clang-format on
+// clang-format on
 
-    extern "C" int H2N4(void *net, const int *host, int n) {
+extern "C" int H2N4(void *net, const int *host, int n) {
   calls.push_back("H2N4 " + std::to_string(n));
   return next<decltype(H2N4)>("H2N4")(net, host, n);
 }
@@ -121,7 +121,6 @@ constexpr long kNanAsLong = 0x7FF8000000000001;
 }  // namespace
 
 // ---- Arrays
-// --------------------------------------------------------------------------------------
 
 TEST(moldy_byteswap, names_of_a_row_are_one_function_and_rows_differ) {
   const std::vector<std::vector<const char *>> rows = {
@@ -242,7 +241,6 @@ TEST(moldy_byteswap, N2H8_reports_the_nan_that_N2HL_does_not_see) {
 }
 
 // ---- Between network floats and host doubles
-// -----------------------------------------------------
 
 TEST(moldy_byteswap, NF2HD_widens_each_float_through_N2H4) {
   const Bytes net = {0x3F, 0x80, 0, 0, 0xC0, 0x20, 0, 0, 0, 0, 0, 1, 0xFF, 0x80, 0, 0};
@@ -304,7 +302,6 @@ TEST(moldy_byteswap, floats_and_doubles_convert_at_any_alignment) {
 }
 
 // ---- Single values
-// -------------------------------------------------------------------------------
 
 TEST(moldy_byteswap, pointer_forms_convert_one_value_source_first) {
   Bytes net(8);
@@ -394,7 +391,6 @@ TEST(moldy_byteswap, values_pass_bit_for_bit_signalling_nans_included) {
 }
 
 // ---- Swaps
-// ---------------------------------------------------------------------------------------
 
 TEST(moldy_byteswap, swaps_reverse_each_element) {
   const Bytes from = {1, 2, 3, 4, 5, 6, 7, 8};
@@ -461,7 +457,6 @@ TEST(moldy_byteswap, swaps_take_any_count_alignment_and_overlap_between_guard_pa
 }
 
 // ---- Three bytes
-// ---------------------------------------------------------------------------------
 
 TEST(moldy_byteswap, three_byte_shorthands_take_any_count_between_guard_pages) {
   fakes::Guarded net_memory(4096), host_memory(4096);

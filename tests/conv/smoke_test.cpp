@@ -10,125 +10,105 @@
 #include <vector>
 
 #include "include/plintor.h"
+#include "tests/conv/one.h"
+
+using one::Bytes;
+using one::is;
+using one::read;
+using one::write;
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-// What a reader makes of `bytes`, one element, and what it returned.
-template <class H>
-std::pair<H, int> got(int (*member)(char **, H *, int), Bytes bytes) {
-  char *cursor = reinterpret_cast<char *>(bytes.data());
-  H value{};
-  const int result = member(&cursor, &value, 1);
-  EXPECT_EQ(cursor, reinterpret_cast<char *>(bytes.data() + bytes.size()));
-  return {value, result};
-}
-
-// The bytes that a writer makes of `value`, and what it returned.
-template <class H>
-std::pair<Bytes, int> put(int (*member)(const H *, char **, int), H value) {
-  char bytes[16];
-  char *cursor = bytes;
-  const int result = member(&value, &cursor, 1);
-  return {Bytes(bytes, cursor), result};
-}
-
-template <class T>
-std::pair<T, int> is(T value, int result) {
-  return {value, result};
-}
 
 const float kNan = std::numeric_limits<float>::quiet_NaN();
 
 }  // namespace
 
 TEST(conversions, an_integer_that_is_read_wraps) {
-  EXPECT_EQ(got(ms2hi, {0xFF, 0xFE}), is(-2, 0));
-  EXPECT_EQ(got(as2hb, {0x80, 0x01}), is<signed char>(-128, -1));
-  EXPECT_EQ(got(as2hb, {0x80, 0xFF}), is<signed char>(-128, 0));
-  EXPECT_EQ(got(uas2hb, {0xFF, 0x00}), is<unsigned char>(255, 0));
-  EXPECT_EQ(got(uas2hb, {0x00, 0x01}), is<unsigned char>(0, -1));
-  EXPECT_EQ(got(ai2hs, {1, 0, 1, 0}), is<short>(1, -1));
-  EXPECT_EQ(got(ual2hi, {0, 0, 0, 0, 1, 0, 0, 0}), is(0u, -1));
+  EXPECT_EQ(read(ms2hi, {0xFF, 0xFE}), is(-2, 0));
+  EXPECT_EQ(read(as2hb, {0x80, 0x01}), is<signed char>(-128, -1));
+  EXPECT_EQ(read(as2hb, {0x80, 0xFF}), is<signed char>(-128, 0));
+  EXPECT_EQ(read(uas2hb, {0xFF, 0x00}), is<unsigned char>(255, 0));
+  EXPECT_EQ(read(uas2hb, {0x00, 0x01}), is<unsigned char>(0, -1));
+  EXPECT_EQ(read(ai2hs, {1, 0, 1, 0}), is<short>(1, -1));
+  EXPECT_EQ(read(ual2hi, {0, 0, 0, 0, 1, 0, 0, 0}), is(0u, -1));
 }
 
 TEST(conversions, an_integer_that_is_written_saturates) {
-  EXPECT_EQ(put(hi2ms, 258), is(Bytes{1, 2}, 0));
-  EXPECT_EQ(put(hi2as, -32769), is(Bytes{0x00, 0x80}, -1));
-  EXPECT_EQ(put(hi2as, 32768), is(Bytes{0xFF, 0x7F}, -1));
-  EXPECT_EQ(put(hi2as, -32768), is(Bytes{0x00, 0x80}, 0));
-  EXPECT_EQ(put(uhl2ai, 0x100000000ul), is(Bytes{0xFF, 0xFF, 0xFF, 0xFF}, -1));
+  EXPECT_EQ(write(hi2ms, 258), is(Bytes{1, 2}, 0));
+  EXPECT_EQ(write(hi2as, -32769), is(Bytes{0x00, 0x80}, -1));
+  EXPECT_EQ(write(hi2as, 32768), is(Bytes{0xFF, 0x7F}, -1));
+  EXPECT_EQ(write(hi2as, -32768), is(Bytes{0x00, 0x80}, 0));
+  EXPECT_EQ(write(uhl2ai, 0x100000000ul), is(Bytes{0xFF, 0xFF, 0xFF, 0xFF}, -1));
 }
 
 TEST(conversions, each_layout_has_its_own_double) {
-  EXPECT_EQ(got(ad2hd, {0, 0, 0xF0, 0x3F, 0, 0, 0, 0}), is(1.0, 0));
-  EXPECT_EQ(got(md2hd, {0x3F, 0xF0, 0, 0, 0, 0, 0, 0}), is(1.0, 0));
-  EXPECT_EQ(got(vd2hd, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}), is(1.0, 0));
+  EXPECT_EQ(read(ad2hd, {0, 0, 0xF0, 0x3F, 0, 0, 0, 0}), is(1.0, 0));
+  EXPECT_EQ(read(md2hd, {0x3F, 0xF0, 0, 0, 0, 0, 0, 0}), is(1.0, 0));
+  EXPECT_EQ(read(vd2hd, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}), is(1.0, 0));
 }
 
 TEST(conversions, a_nan_fails_where_its_bytes_are_reordered) {
-  auto [value, result] = got(mf2hf, {0x7F, 0xA0, 0, 1});
+  auto [value, result] = read(mf2hf, {0x7F, 0xA0, 0, 1});
   EXPECT_EQ(result, -1);
   EXPECT_EQ(std::memcmp(&value, "\x01\x00\xA0\x7F", 4), 0);
-  std::tie(value, result) = got(af2hf, {1, 0, 0xA0, 0x7F});
+  std::tie(value, result) = read(af2hf, {1, 0, 0xA0, 0x7F});
   EXPECT_EQ(result, 0);
   EXPECT_EQ(std::memcmp(&value, "\x01\x00\xA0\x7F", 4), 0);
 }
 
 TEST(conversions, a_double_that_is_no_float_fails) {
   const float infinity = std::numeric_limits<float>::infinity();
-  EXPECT_EQ(got(vd2hf, {0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F}), is(0.1f, -1));
-  EXPECT_EQ(put(hd2mf, 0.5), is(Bytes{0x3F, 0, 0, 0}, 0));
-  EXPECT_EQ(put(hd2mf, 1e39), is(Bytes{0x7F, 0x80, 0, 0}, -1));
-  EXPECT_EQ(got(vd2hf, {0, 0, 0, 0, 0, 0, 0xF0, 0x7F}), is(infinity, 0));
+  EXPECT_EQ(read(vd2hf, {0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F}), is(0.1f, -1));
+  EXPECT_EQ(write(hd2mf, 0.5), is(Bytes{0x3F, 0, 0, 0}, 0));
+  EXPECT_EQ(write(hd2mf, 1e39), is(Bytes{0x7F, 0x80, 0, 0}, -1));
+  EXPECT_EQ(read(vd2hf, {0, 0, 0, 0, 0, 0, 0xF0, 0x7F}), is(infinity, 0));
 }
 
 TEST(conversions, an_integer_that_is_no_floating_value_fails) {
-  EXPECT_EQ(got(ai2hf, {1, 0, 0, 1}), is(16777216.0f, -1));
-  EXPECT_EQ(got(ai2hf, {0xFF, 0xFF, 0xFF, 0x7F}), is(2147483648.0f, -1));
-  EXPECT_EQ(got(uai2hf, {0xFF, 0xFF, 0xFF, 0xFF}), is(4294967296.0f, -1));
-  EXPECT_EQ(got(al2hd, {1, 0, 0, 0, 0, 0, 0x20, 0}), is(9007199254740992.0, -1));
-  EXPECT_EQ(put(hi2mf, 16777217), is(Bytes{0x4B, 0x80, 0, 0}, -1));
+  EXPECT_EQ(read(ai2hf, {1, 0, 0, 1}), is(16777216.0f, -1));
+  EXPECT_EQ(read(ai2hf, {0xFF, 0xFF, 0xFF, 0x7F}), is(2147483648.0f, -1));
+  EXPECT_EQ(read(uai2hf, {0xFF, 0xFF, 0xFF, 0xFF}), is(4294967296.0f, -1));
+  EXPECT_EQ(read(al2hd, {1, 0, 0, 0, 0, 0, 0x20, 0}), is(9007199254740992.0, -1));
+  EXPECT_EQ(write(hi2mf, 16777217), is(Bytes{0x4B, 0x80, 0, 0}, -1));
 }
 
 TEST(conversions, an_unsigned_integer_written_as_floating_never_fails) {
-  EXPECT_EQ(put(uhi2mf, 0xFFFFFFFFu), is(Bytes{0x4F, 0x80, 0, 0}, 0));
-  EXPECT_EQ(put(uhl2md, ~0ul), is(Bytes{0x43, 0xF0, 0, 0, 0, 0, 0, 0}, 0));
+  EXPECT_EQ(write(uhi2mf, 0xFFFFFFFFu), is(Bytes{0x4F, 0x80, 0, 0}, 0));
+  EXPECT_EQ(write(uhl2md, ~0ul), is(Bytes{0x43, 0xF0, 0, 0, 0, 0, 0, 0}, 0));
 }
 
 TEST(conversions, a_floating_value_that_is_read_truncates) {
-  EXPECT_EQ(got(mf2hs, {0x40, 0x20, 0, 0}), is<short>(2, -1));
-  EXPECT_EQ(got(mf2hb, {0x43, 0x96, 0, 0}), is<signed char>(44, -1));
-  EXPECT_EQ(got(umf2hb, {0xBF, 0x80, 0, 0}), is<unsigned char>(255, -1));
-  EXPECT_EQ(got(mf2hi, {0x7F, 0xC0, 0, 0}), is(std::numeric_limits<int>::min(), -1));
-  EXPECT_EQ(got(umf2hi, {0x7F, 0xC0, 0, 0}), is(0u, -1));
-  EXPECT_EQ(got(umf2hl, {0x7F, 0xC0, 0, 0}), is(0ul, -1));
-  EXPECT_EQ(got(umf2hi, {0x4F, 0x80, 0, 0}), is(0u, -1));
+  EXPECT_EQ(read(mf2hs, {0x40, 0x20, 0, 0}), is<short>(2, -1));
+  EXPECT_EQ(read(mf2hb, {0x43, 0x96, 0, 0}), is<signed char>(44, -1));
+  EXPECT_EQ(read(umf2hb, {0xBF, 0x80, 0, 0}), is<unsigned char>(255, -1));
+  EXPECT_EQ(read(mf2hi, {0x7F, 0xC0, 0, 0}), is(std::numeric_limits<int>::min(), -1));
+  EXPECT_EQ(read(umf2hi, {0x7F, 0xC0, 0, 0}), is(0u, -1));
+  EXPECT_EQ(read(umf2hl, {0x7F, 0xC0, 0, 0}), is(0ul, -1));
+  EXPECT_EQ(read(umf2hi, {0x4F, 0x80, 0, 0}), is(0u, -1));
 }
 
 TEST(conversions, a_floating_value_that_is_written_narrower_saturates_and_may_lose_its_fraction) {
-  EXPECT_EQ(put(hf2ab, 126.9f), is(Bytes{126}, 0));
-  EXPECT_EQ(put(hf2ab, 127.5f), is(Bytes{127}, -1));
-  EXPECT_EQ(put(hd2ab, -128.5), is(Bytes{0x80}, -1));
-  EXPECT_EQ(put(hd2ai, double{kNan}), is(Bytes{0, 0, 0, 0x80}, 0));
-  EXPECT_EQ(put(uhd2as, -0.5), is(Bytes{0, 0}, -1));
-  EXPECT_EQ(put(uhd2as, -0.0), is(Bytes{0, 0}, 0));
-  EXPECT_EQ(put(uhd2as, 65535.5), is(Bytes{0xFF, 0xFF}, -1));
+  EXPECT_EQ(write(hf2ab, 126.9f), is(Bytes{126}, 0));
+  EXPECT_EQ(write(hf2ab, 127.5f), is(Bytes{127}, -1));
+  EXPECT_EQ(write(hd2ab, -128.5), is(Bytes{0x80}, -1));
+  EXPECT_EQ(write(hd2ai, double{kNan}), is(Bytes{0, 0, 0, 0x80}, 0));
+  EXPECT_EQ(write(uhd2as, -0.5), is(Bytes{0, 0}, -1));
+  EXPECT_EQ(write(uhd2as, -0.0), is(Bytes{0, 0}, 0));
+  EXPECT_EQ(write(uhd2as, 65535.5), is(Bytes{0xFF, 0xFF}, -1));
 }
 
 TEST(conversions, a_floating_value_that_is_written_as_wide_must_be_the_integer) {
-  EXPECT_EQ(put(hf2ai, kNan), is(Bytes{0, 0, 0, 0x80}, -1));
-  EXPECT_EQ(put(hf2ai, -2147483648.0f), is(Bytes{0, 0, 0, 0x80}, 0));
-  EXPECT_EQ(put(hf2ai, 2.5f), is(Bytes{2, 0, 0, 0}, -1));
+  EXPECT_EQ(write(hf2ai, kNan), is(Bytes{0, 0, 0, 0x80}, -1));
+  EXPECT_EQ(write(hf2ai, -2147483648.0f), is(Bytes{0, 0, 0, 0x80}, 0));
+  EXPECT_EQ(write(hf2ai, 2.5f), is(Bytes{2, 0, 0, 0}, -1));
 }
 
 // Kept: the bound is rounded up to a floating value, and what equals it is truncated and narrowed.
 TEST(conversions, a_value_at_the_rounded_bound_of_an_unsigned_writer_leaves_zero) {
-  EXPECT_EQ(put(uhf2ai, 4294967296.0f), is(Bytes(4, 0), 0));
-  EXPECT_EQ(put(uhf2al, 18446744073709551616.0f), is(Bytes(8, 0), 0));
-  EXPECT_EQ(put(uhd2al, 18446744073709551616.0), is(Bytes(8, 0), 0));
-  EXPECT_EQ(put(uhd2ai, 4294967295.5), is(Bytes(4, 0xFF), -1));
+  EXPECT_EQ(write(uhf2ai, 4294967296.0f), is(Bytes(4, 0), 0));
+  EXPECT_EQ(write(uhf2al, 18446744073709551616.0f), is(Bytes(8, 0), 0));
+  EXPECT_EQ(write(uhd2al, 18446744073709551616.0), is(Bytes(8, 0), 0));
+  EXPECT_EQ(write(uhd2ai, 4294967295.5), is(Bytes(4, 0xFF), -1));
 }
 
 TEST(conversions, a_negative_count_does_nothing) {
@@ -142,12 +122,12 @@ TEST(conversions, a_negative_count_does_nothing) {
 }
 
 TEST(conversions, three_bytes_saturate_or_wrap) {
-  EXPECT_EQ(got(mt2hi, {0x80, 0, 0}), is(-8388608, 0));
-  EXPECT_EQ(got(vt2hi, {0xFE, 0xFF, 0xFF}), is(-2, 0));
-  EXPECT_EQ(got(vt2hf, {0xFE, 0xFF, 0xFF}), is(-2.0f, 0));
-  EXPECT_EQ(put(hi2mt, 8388608), is(Bytes{0x7F, 0xFF, 0xFF}, -1));
-  EXPECT_EQ(put(hi2mt, -8388609), is(Bytes{0x80, 0, 0}, -1));
-  EXPECT_EQ(put(hi2vt, -2), is(Bytes{0xFE, 0xFF, 0xFF}, 0));
+  EXPECT_EQ(read(mt2hi, {0x80, 0, 0}), is(-8388608, 0));
+  EXPECT_EQ(read(vt2hi, {0xFE, 0xFF, 0xFF}), is(-2, 0));
+  EXPECT_EQ(read(vt2hf, {0xFE, 0xFF, 0xFF}), is(-2.0f, 0));
+  EXPECT_EQ(write(hi2mt, 8388608), is(Bytes{0x7F, 0xFF, 0xFF}, -1));
+  EXPECT_EQ(write(hi2mt, -8388609), is(Bytes{0x80, 0, 0}, -1));
+  EXPECT_EQ(write(hi2vt, -2), is(Bytes{0xFE, 0xFF, 0xFF}, 0));
   const int values[] = {16777217, 8388608};
   Bytes bytes(6);
   H42N3(bytes.data(), values, 2);

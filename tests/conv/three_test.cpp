@@ -89,7 +89,6 @@ TEST(three, every_value_reads_back_as_it_was_written) {
 }
 
 // ---- The network shorthands
-// ----------------------------------------------------------------------
 
 TEST(three, H42N3_wraps_where_hi2mt_saturates) {
   const int host[3] = {16777217, 8388608, -2};

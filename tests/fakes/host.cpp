@@ -196,7 +196,6 @@ void Host::clear_calls() {
 }  // namespace fakes
 
 // ---- The calls themselves
-// ------------------------------------------------------------------------
 
 // The next definition of the function behind ours. Constant-initialised and without a guard, so
 // that calloc may come here before main.
