@@ -39,9 +39,9 @@ extern "C" int my_ether(char *list) {
   reserve_FILE();
 
   Tbl *keys = keysarr(addresses);
-  for (long k = 0; k < lentbl(keys); ++k) {
+  for (long k = 0; const auto *key = static_cast<const char *>(gettbl(keys, k)); ++k) {
     if (k > 0) strcat(list, " ");
-    strcat(list, static_cast<const char *>(gettbl(keys, k)));
+    strcat(list, key);
   }
   // Kept: also when the command prints its addresses under another mark.
   if (*list == '\0') strcpy(list, "****");
