@@ -1,24 +1,16 @@
 // Which kernels this process uses, and whether two buffers lie so that a kernel may be used.
 
-#include <cpuid.h>
-
 #include <atomic>
 #include <cstdint>
 
 #include "conv/kernels/kernels.h"
+#include "frame/processor.h"
 
 namespace conv {
 namespace {
 
 // Relaxed is enough: the tables are constant, and two threads that choose at once choose the same.
 std::atomic<const Kernels *> chosen{nullptr};
-
-// The state components that the operating system saves, as XCR0 has them.
-uint64_t saved_state() {
-  uint32_t low, high;
-  asm("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-  return uint64_t{high} << 32 | low;
-}
 
 // A store around the caches saves reading the line first, and pays where the data does not fit
 // them: below this many bytes written it only costs.
@@ -34,16 +26,14 @@ bool lines_up(uintptr_t target, long size) {
 }  // namespace
 
 const Kernels &best_kernels() {
-  unsigned int a, b, c, d;
-  if (!__get_cpuid(1, &a, &b, &c, &d)) return kSse2;
-  constexpr uint64_t kYmm = 0x06, kZmm = 0xe6;  // SSE and AVX; opmask and both zmm halves
-  const uint64_t saved = c & bit_OSXSAVE ? saved_state() : 0;
-  if (!(c & bit_AVX) || (saved & kYmm) != kYmm) return kSse2;
-  if (!__get_cpuid_count(7, 0, &a, &b, &c, &d) || !(b & bit_AVX2)) return kSse2;
-  constexpr unsigned int kWide =
-      bit_AVX512F | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL | bit_AVX512CD;
-  const bool wide = (b & kWide) == kWide && (b & bit_BMI2) && (c & bit_AVX512VBMI);
-  return wide && (saved & kZmm) == kZmm ? kAvx512 : kAvx2;
+  switch (best_vectors()) {
+    case Vectors::avx512:
+      return kAvx512;
+    case Vectors::avx2:
+      return kAvx2;
+    default:
+      return kSse2;
+  }
 }
 
 void choose_kernels(const Kernels &kernels) { chosen.store(&kernels, std::memory_order_relaxed); }
