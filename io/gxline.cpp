@@ -3,37 +3,35 @@
 
 #include "include/plintor.h"
 
-#include <emmintrin.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/single_threaded.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <bit>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "frame/errno_guard.h"
+#include "frame/processor.h"
 #include "frame/report.h"
 #include "frame/vestan.h"
+#include "io/kernels/kernels.h"
 
 namespace {
 
-struct GxFile {
-  char *data;       // the mapping, or null as long as a command's output is not collected
-  int32_t size;     // Kept: 32 bits, so of a larger file the low half of its length
-  int32_t pid;      // the command's, -1 once it is reaped
-  int32_t fd;       // the command's output file, -1 when there is none
-  int32_t pipe_fd;  // read end of the command's standard input
-  int32_t pos;      // offset into data
-};
-
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 Tbl *gxFiles;  // the open handles; null in a slot that is free
+
+// The first slots once more, for gxline in a process with one thread: it has nobody to lock out.
+GxFile *near[64];
+bool is_near(int handle) { return static_cast<unsigned>(handle) < std::size(near); }
 
 class Lock {
  public:
@@ -43,17 +41,22 @@ class Lock {
   Lock &operator=(const Lock &) = delete;
 };
 
-// Under the mutex, as the next one.
+// Under the mutex, as the next two.
 GxFile *find(int handle) {
   if (gxFiles == nullptr) gxFiles = newtbl(0);
   return static_cast<GxFile *>(gettbl(gxFiles, handle));
+}
+
+void put(int handle, GxFile *file) {
+  settbl(gxFiles, handle, file);
+  if (is_near(handle)) near[handle] = file;
 }
 
 // Into the lowest free slot, which is the one behind the last when none is free before it.
 int enter(GxFile *file) {
   int handle = 0;
   while (find(handle) != nullptr) ++handle;
-  settbl(gxFiles, handle, file);
+  put(handle, file);
   return handle;
 }
 
@@ -159,97 +162,37 @@ void connect(int read_end, int write_end, int file) {
   for (int fd = 0; fd <= 2; ++fd) fcntl(fd, F_SETFD, 0);
 }
 
-// ---- One line -------------------------------------------------------------------------------
-//
-// The rule goes byte by byte up to a newline or a NUL. Here 64 bytes are looked at in one step,
-// none of them behind the last that the rule could come to, and nothing is written behind the
-// line's NUL.
+// The first line: chooses how this process reads all of them.
+int choose_and_read(GxFile *file, char *buffer, int length);
 
-struct Block {
-  __m128i part[4];
-};
+// Relaxed is enough: two threads that choose at once choose the same.
+constinit std::atomic<LineKernel> read_line{choose_and_read};
 
-__m128i load(const char *from) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(from)); }
-void store(char *to, __m128i bytes) { _mm_storeu_si128(reinterpret_cast<__m128i *>(to), bytes); }
-
-Block load_block(const char *from) {
-  return {{load(from), load(from + 16), load(from + 32), load(from + 48)}};
+int choose_and_read(GxFile *file, char *buffer, int length) {
+  choose_line_kernel(best_vectors());
+  return read_line.load(std::memory_order_relaxed)(file, buffer, length);
 }
 
-// Zero in the bytes that end a line, and in those alone.
-__m128i zero_at_ends(__m128i bytes) {
-  return _mm_min_epu8(bytes, _mm_xor_si128(bytes, _mm_set1_epi8('\n')));
-}
-
-unsigned zeros(__m128i bytes) {
-  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-}
-
-// A bit for each byte that ends a line, the first byte's the lowest.
-uint64_t ends(const Block &block) {
-  uint64_t bits = 0;
-  for (int k = 3; k >= 0; --k) bits = bits << 16 | zeros(zero_at_ends(block.part[k]));
-  return bits;
-}
-
-// 4 .. 15 bytes by words of 4, 16 .. 63 by words of 16: four moves that overlap, and no branch that
-// would have to guess a line's length.
-template <typename Word>
-void copy_in_four(char *to, const char *from, size_t n) {
-  constexpr size_t size = sizeof(Word);
-  const size_t step = (n & 2 * size) / 2;  // a word when there are two or more, else 0
-  Word first, second, third, last;
-  memcpy(&first, from, size);
-  memcpy(&second, from + step, size);
-  memcpy(&third, from + n - size - step, size);
-  memcpy(&last, from + n - size, size);
-  memcpy(to, &first, size);
-  memcpy(to + step, &second, size);
-  memcpy(to + n - size - step, &third, size);
-  memcpy(to + n - size, &last, size);
-}
-
-// n < 64
-void copy_short(char *to, const char *from, size_t n) {
-  if (n >= 16) {
-    copy_in_four<__m128i>(to, from, n);
-  } else if (n >= 4) {
-    copy_in_four<uint32_t>(to, from, n);
-  } else if (n > 0) {
-    const char first = from[0], middle = from[n / 2], last = from[n - 1];
-    to[0] = first;
-    to[n / 2] = middle;
-    to[n - 1] = last;
+// For a handle that is not near, among threads, and before a command's output is there.
+[[gnu::noinline]] int gxline_by_table(int handle, char *buffer, int length) {
+  GxFile *file;
+  {
+    const Lock lock;
+    file = find(handle);
   }
-}
-
-// Copies the bytes before the first newline or NUL among from[0 .. limit - 1], or all of them.
-// Returns how many.
-size_t copy_line(char *to, const char *from, size_t limit) {
-  size_t n = 0;
-  if (limit < 64) {
-    for (; n < limit && from[n] != '\n' && from[n] != '\0'; ++n) to[n] = from[n];
-    return n;
-  }
-  for (; limit - n >= 64; n += 64) {
-    const Block block = load_block(from + n);
-    if (const uint64_t bits = ends(block)) {
-      const auto found = static_cast<size_t>(std::countr_zero(bits));
-      copy_short(to + n, from + n, found);
-      return n + found;
-    }
-    for (int k = 0; k < 4; ++k) store(to + n + 16 * k, block.part[k]);
-  }
-  size_t rest = limit - n;
-  if (rest == 0) return n;
-  // The last 64 of all, without the bits of those that were looked at before.
-  if (const uint64_t bits = ends(load_block(from + limit - 64)) >> (64 - rest))
-    rest = static_cast<size_t>(std::countr_zero(bits));
-  copy_short(to + n, from + n, rest);
-  return n + rest;
+  if (file == nullptr) return 0;
+  if (file->data == nullptr) gxmap(file);
+  return read_line.load(std::memory_order_relaxed)(file, buffer, length);
 }
 
 }  // namespace
+
+void choose_line_kernel(Vectors vectors) {
+  LineKernel kernel = read_line_sse2;
+  if (vectors == Vectors::avx2) kernel = read_line_avx2;
+  if (vectors == Vectors::avx512) kernel = read_line_avx512;
+  read_line.store(kernel, std::memory_order_relaxed);
+}
 
 extern "C" int gxopen(const char *path) {
   const int fd = open(path, O_RDONLY);
@@ -355,27 +298,9 @@ extern "C" int gxpipex(const char *command, int *fd) {
 
 extern "C" int gxline(int handle, char *buffer, int length) {
   if (length < 1) return 0;
-  GxFile *file;
-  {
-    const Lock lock;
-    file = find(handle);
-  }
-  if (file == nullptr) return 0;
-  if (file->data == nullptr) gxmap(file);
-
-  const int32_t remaining = file->size - file->pos;
-  const int32_t limit = remaining < length - 1 ? remaining : length - 1;
-  if (file->data == nullptr || limit <= 0) {  // no data, no room, or a size beyond 31 bits
-    buffer[0] = '\0';
-    return 0;
-  }
-  const char *from = file->data + file->pos;
-  const auto n = static_cast<int32_t>(copy_line(buffer, from, static_cast<size_t>(limit)));
-  buffer[n] = '\0';
-  const bool newline = n < limit && from[n] == '\n';  // read over; a NUL is not
-  file->pos += newline ? n + 1 : n;
-  if (n == length - 1) return 2;
-  return newline || n > 0 ? 1 : 0;
+  GxFile *file = __libc_single_threaded && is_near(handle) ? near[handle] : nullptr;
+  if (file == nullptr || file->data == nullptr) return gxline_by_table(handle, buffer, length);
+  return read_line.load(std::memory_order_relaxed)(file, buffer, length);
 }
 
 extern "C" int gxtell(int handle) {
@@ -404,7 +329,7 @@ extern "C" int gxclose(int handle) {
     const ErrnoGuard cause_of_a_failed_munmap;
     if (file->fd >= 0) close(file->fd);
   }
-  settbl(gxFiles, handle, nullptr);
+  put(handle, nullptr);
   free(file);
   return result;
 }

@@ -124,7 +124,7 @@ def nothing_runs_at_load(tree):
 
 @check
 def wide_registers(tree):
-    """Registers over 16 bytes stay in conv/kernels: elsewhere they would need a processor check."""
+    """Registers over 16 bytes stay in folders of kernels: elsewhere nothing asks the processor."""
     objects = sorted((tree.build / "CMakeFiles" / "plintor_objects.dir").rglob("*.o"))
     assert objects
     for each in objects:

@@ -328,6 +328,27 @@ TEST(gxopen, hands_out_the_lowest_free_handle) {
   EXPECT_EQ(gxopen(file.path()), 4);
 }
 
+TEST(gxopen, a_hundred_handles_are_read_and_closed_each_by_itself) {
+  const auto text = [](int handle) { return "handle " + std::to_string(handle); };
+  for (int k = 0; k < 100; ++k) {
+    const Scratch file(text(k));
+    ASSERT_EQ(gxopen(file.path()), k);
+  }
+  const auto read_and_close = [&text](int handle) {
+    char line[16];
+    EXPECT_EQ(gxline(handle, line, sizeof line), 1);
+    EXPECT_EQ(line, text(handle));
+    EXPECT_EQ(gxclose(handle), 0);
+    EXPECT_EQ(gxline(handle, line, sizeof line), 0);
+    EXPECT_EQ(line, text(handle));
+  };
+  for (int k = 0; k < 100; k += 2) read_and_close(k);
+  std::thread among_threads([&read_and_close] {
+    for (int k = 1; k < 100; k += 2) read_and_close(k);
+  });
+  among_threads.join();
+}
+
 TEST(gxopen, two_handles_on_one_file_have_offsets_of_their_own) {
   const Scratch file("one\ntwo\n");
   const int first = gxopen(file.path());
