@@ -4,7 +4,7 @@
 //
 //   host_bench [--quick]
 //
-// libproc2 keeps its files open from call to call, and its memory as well.
+// libproc2 keeps most of its files open from call to call, and its memory as well.
 
 #include <fcntl.h>
 #include <signal.h>
