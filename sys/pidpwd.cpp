@@ -25,8 +25,7 @@ extern "C" char *pidpwd(int pid) {
   // Kept: an argument that begins with PWD= counts, and a blank ends the directory.
   char *directory = nullptr;
   Tbl *words = split(line, ' ');
-  for (long k = 1; k < lentbl(words); ++k) {
-    const char *word = static_cast<const char *>(gettbl(words, k));
+  for (long k = 1; const auto *word = static_cast<const char *>(gettbl(words, k)); ++k) {
     if (std::strncmp(word, "PWD=", 4) != 0) continue;
     directory = strdup(word + 4);
     break;

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -5,8 +6,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "frame/vestan.h"
 #include "include/plintor.h"
 #include "tests/fakes/child.h"
 #include "tests/fakes/host.h"
@@ -35,7 +38,40 @@ std::string pwd_of(const std::string &output) {
   return pwd(77);
 }
 
+// The list that a program's own split gives for the line "foreign": its inside is its own.
+Tbl foreign;
+char foreign_words[][16] = {"sleep", "A=b", "PWD=/foreign"};
+long foreign_freed = 0;
+
+template <typename Function>
+Function *next(const char *name) {
+  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
 }  // namespace
+
+extern "C" Tbl *split(char *string, int separator) {
+  if (strcmp(string, "foreign") == 0) return &foreign;
+  return next<decltype(split)>("split")(string, separator);
+}
+
+extern "C" void *gettbl(const Tbl *t, long index) {
+  if (t != &foreign) return next<decltype(gettbl)>("gettbl")(t, index);
+  return index >= 0 && index < 3 ? foreign_words[index] : nullptr;
+}
+
+extern "C" void freetbl(Tbl *t, void (*free_each)(void *)) {
+  if (t != &foreign) return next<decltype(freetbl)>("freetbl")(t, free_each);
+  EXPECT_EQ(free_each, nullptr);
+  ++foreign_freed;
+}
+
+TEST(pidpwd, asks_for_the_words_and_does_not_look_inside_the_list) {
+  EXPECT_EQ(pwd_of("COMMAND\nforeign\n"), "/foreign");
+  strcpy(foreign_words[2], "OLDPWD=/");
+  EXPECT_EQ(pwd_of("COMMAND\nforeign\n"), "(null)");
+  EXPECT_EQ(foreign_freed, 2);
+}
 
 TEST(pidpwd, is_the_pwd_of_the_environment) {
   EXPECT_EQ(pwd_of("COMMAND\nsleep 100 A=b PWD=/home/x HOME=/root\n"), "/home/x");
