@@ -733,7 +733,9 @@ long sysboottime(void);
 
 /* ---- Processes ------------------------------------------------------------------------------- */
 
-/* One process. All of it is zero before it is filled, the padding included. */
+/* One process. All of it is zero before it is filled, the padding included. Fractions are read in
+ * the program's own locale: they are lost in one whose decimal point is a comma.
+ */
 typedef struct Pidstat {
   int32_t pid;            /* process id */
   int32_t ppid;           /* the parent's process id */

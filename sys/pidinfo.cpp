@@ -28,7 +28,8 @@ int parse(char *line, Pidstat *p) {
   const char *state = next_column(&cursor);
   if (state == nullptr) return -1;
   std::strncpy(p->state, state, sizeof p->state - 1);
-  // Kept: the time is read as one number, so "00:01:23" is 0; sysproc reads minutes:seconds.
+  // Kept: the time is read as one number, so "00:01:23" is 0; sysproc reads minutes:seconds. And
+  // all three in the program's locale, so that one with a decimal comma loses the fractions.
   for (double *field : {&p->pcpu, &p->pmem, &p->cputime}) {
     const char *column = next_column(&cursor);
     if (column == nullptr) return -1;

@@ -33,6 +33,7 @@ int ps2pidstat(char *line, Pidstat *p) {
   if (state == nullptr) return -1;
   // Kept: 14 letters of 16, one fewer than pidinfo takes.
   strlcpy(p->state, state, 15);
+  // Kept: in the program's locale, so that one with a decimal comma loses the fractions.
   for (double *field : {&p->pcpu, &p->pmem}) {
     const char *column = next_column(&cursor);
     if (column == nullptr) return -1;

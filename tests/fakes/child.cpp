@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -172,6 +173,17 @@ bool mount_over(const std::string &path, const std::string &text, int mode) {
   if (covered) umount2(name.c_str(), MNT_DETACH);
   unlink(name.c_str());
   return covered;
+}
+
+bool set_decimal_comma() {
+  const std::string source = detail::folder + "/comma", locale = detail::folder + "/xx_XX";
+  std::ofstream(source) << "comment_char %\nescape_char /\nLC_NUMERIC\ndecimal_point \",\"\n"
+                           "thousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n";
+  // It warns of the categories that are not there.
+  if (system(("localedef -c -i " + source + " " + locale + " >/dev/null 2>&1").c_str()) < 0)
+    return false;
+  setenv("LOCPATH", detail::folder.c_str(), 1);
+  return setlocale(LC_NUMERIC, "xx_XX") != nullptr;
 }
 
 }  // namespace fakes

@@ -35,6 +35,10 @@ size_t heap_bytes();
 // of its own. False where the machine does not allow that: skip the test then. Use in in_child().
 bool mount_over(const std::string &path, const std::string &text, int mode = 0644);
 
+// Sets a numeric locale with a decimal comma, made for the purpose. False where the machine cannot
+// make one: skip the test then. Use in in_child().
+bool set_decimal_comma();
+
 namespace detail {
 // Where temporary files of this process go. A child's go with it, however it ends.
 extern std::string folder;

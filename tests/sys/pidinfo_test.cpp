@@ -284,6 +284,19 @@ TEST(pidinfo, reads_the_locale_c_whatever_the_environment_says) {
   EXPECT_NE(p.started, 0.0);
 }
 
+TEST(pidinfo, reads_its_numbers_in_the_locale_of_the_program) {
+  const auto outcome = fakes::in_child([] {
+    if (!fakes::set_decimal_comma()) _exit(2);
+    const auto [result, p] = answer_to(std::string(kHeader) + kLine);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(p.pcpu, 12.0);  // 12.5
+    EXPECT_EQ(p.pmem, 0.0);   // 0.7
+    EXPECT_NE(p.started, 0.0);
+  });
+  if (outcome.exit_code == 2) GTEST_SKIP() << "no localedef here";
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+}
+
 TEST(pidinfo, works_whichever_standard_descriptors_are_closed) {
   const fakes::Process sleeper("/bin/sleep", {"sleep", "100"});
   for (int mask = 0; mask < 8; ++mask) {

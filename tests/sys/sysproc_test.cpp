@@ -145,6 +145,21 @@ TEST(sysproc, reads_every_column) {
   EXPECT_EQ(fakes::log(), Lines{});
 }
 
+TEST(sysproc, reads_its_numbers_in_the_locale_of_the_program) {
+  const auto outcome = fakes::in_child([] {
+    if (!fakes::set_decimal_comma()) _exit(2);
+    const auto [result, all] = snapshot_of(kHeader + std::string(kFull) + "\n");
+    EXPECT_EQ(result, 0);
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_EQ(all[0].pcpu, 2.0);  // 2.5
+    EXPECT_EQ(all[0].pmem, 1.0);  // 1.5
+    EXPECT_EQ(all[0].cputime, 754.0);
+    EXPECT_NE(all[0].started, 0.0);
+  });
+  if (outcome.exit_code == 2) GTEST_SKIP() << "no localedef here";
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+}
+
 TEST(sysproc, reads_a_last_line_without_a_newline) {
   const auto [result, all] = snapshot_of(kHeader + std::string(kInit));
   EXPECT_EQ(result, 0);
