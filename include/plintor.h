@@ -819,7 +819,8 @@ char *pidpwd(int pid);
 
 /* The absolute path of the running program, "" when it cannot be found out.
  *
- * The text belongs to the library and stays as the first call found it. Logs nothing; any thread.
+ * The text belongs to the library and stays as the first call found it. NULL when the memory is
+ * exhausted; the next call asks again. Logs nothing; any thread.
  */
 char *getexecname(void);
 

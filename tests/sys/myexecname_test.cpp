@@ -24,6 +24,7 @@ namespace {
 int failure = 0;
 std::string target;
 std::atomic<int> asked{0};
+bool no_memory = false;
 
 // In a process of its own: the library asks once.
 void expect_passes(const std::function<void()> &body) {
@@ -44,6 +45,12 @@ extern "C" ssize_t readlink(const char *path, char *text, size_t size) noexcept 
   const size_t length = std::min(size, target.size());
   memcpy(text, target.data(), length);
   return static_cast<ssize_t>(length);
+}
+
+extern "C" char *strdup(const char *text) noexcept {
+  if (no_memory) return nullptr;
+  char *copy = static_cast<char *>(malloc(strlen(text) + 1));
+  return copy == nullptr ? nullptr : strcpy(copy, text);
 }
 
 TEST(getexecname, is_the_path_of_this_program) {
@@ -94,6 +101,17 @@ TEST(getexecname, keeps_4095_characters_and_cuts_what_is_longer) {
       EXPECT_EQ(getexecname(), target.substr(0, 4095)) << length;
     });
   }
+}
+
+TEST(getexecname, is_null_without_memory_and_asks_again) {
+  expect_passes([] {
+    target = "/opt/one";
+    no_memory = true;
+    EXPECT_EQ(getexecname(), nullptr);
+    no_memory = false;
+    EXPECT_STREQ(getexecname(), "/opt/one");
+    EXPECT_EQ(asked, 2);
+  });
 }
 
 TEST(getexecname, gives_one_pointer_to_threads_that_call_first_at_once) {
