@@ -89,7 +89,7 @@ void gxmap(GxFile *file) {
     return;
   }
   if (st.st_size == 0) {
-    elog_log(1, "output is empty");
+    elog_log(1, "output is empty");  // Kept: as for an empty file
     return;
   }
   void *data = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_SHARED, file->fd, 0);
@@ -207,7 +207,7 @@ extern "C" int gxopen(const char *path) {
     return -1;
   }
   if (st.st_size == 0) {
-    elog_complain(1, "'%s' is empty\n", path);
+    elog_complain(1, "'%s' is empty\n", path);  // Kept: with errno, though nothing has failed
     close(fd);
     return -1;
   }
