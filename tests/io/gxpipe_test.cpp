@@ -7,12 +7,10 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -26,6 +24,7 @@
 #include "tests/fakes/child.h"
 #include "tests/fakes/host.h"
 #include "tests/fakes/log.h"
+#include "tests/fakes/process.h"
 #include "tests/io/scratch.h"
 
 using fakes::Lines;
@@ -208,6 +207,18 @@ TEST(gxpipe, a_length_below_1_does_not_collect_the_output) {
   char line[8];
   EXPECT_EQ(gxline(handle, line, 0), 0);
   EXPECT_TRUE(is_open(fd));
+  EXPECT_EQ(lines_of(handle), Lines{"x"});
+  gxclose(handle);
+}
+
+TEST(gxpipe, a_length_of_1_collects_the_output_and_does_not_move) {
+  int fd;
+  const int handle = gxpipe("/bin/echo x", nullptr, &fd);
+  char line[] = "###";
+  EXPECT_EQ(gxline(handle, line, 1), 0);
+  EXPECT_EQ(std::string(line, 3), std::string("\0##", 3));
+  EXPECT_FALSE(is_open(fd));
+  EXPECT_EQ(gxtell(handle), 0);
   EXPECT_EQ(lines_of(handle), Lines{"x"});
   gxclose(handle);
 }
@@ -454,24 +465,15 @@ TEST(gxline, output_is_complete_when_the_program_ignores_sigchld) {
   EXPECT_EQ(fakes::log(), Lines{});
 }
 
-namespace {
-std::atomic<int> alarms{0};
-}
-
 TEST(gxline, output_is_complete_under_an_alarm_every_millisecond) {
-  struct sigaction action {};
-  action.sa_handler = [](int) { ++alarms; };  // without SA_RESTART
-  sigaction(SIGALRM, &action, nullptr);
-  const itimerval often = {{0, 1000}, {0, 1000}}, never = {};
-  setitimer(ITIMER_REAL, &often, nullptr);
+  const fakes::Alarms alarms;
   const Script script("sleep 0.2; echo late");
   int fd;
   const int handle = gxpipe(script.path(), nullptr, &fd);
   char line[16];
   EXPECT_EQ(gxline(handle, line, sizeof line), 1);
   EXPECT_STREQ(line, "late");
-  setitimer(ITIMER_REAL, &never, nullptr);
-  EXPECT_GT(alarms, 20);
+  EXPECT_GT(alarms.count(), 20);
   gxclose(handle);
 }
 
@@ -524,8 +526,7 @@ TEST(gxpipe, works_with_any_of_the_standard_descriptors_closed) {
     for (const bool missing : {false, true}) {
       const auto outcome = fakes::in_child([&] {
         close_on_exec_all_others();
-        for (int fd = 0; fd < 3; ++fd)
-          if ((closed >> fd & 1) != 0) close(fd);
+        fakes::close_standard(closed);
         const int before = fakes::open_descriptors();
         int fd = -1;
         const int handle = gxpipe(missing ? "/nowhere" : script.path(), nullptr, &fd);

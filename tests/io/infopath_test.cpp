@@ -24,6 +24,7 @@
 #include "tests/fakes/host.h"
 #include "tests/fakes/log.h"
 #include "tests/fakes/memory.h"
+#include "tests/fakes/process.h"
 
 using fakes::Lines;
 
@@ -79,16 +80,6 @@ Answer ask(const std::string &path, const std::string &mounts) {
   fakes::Host host;
   host.file("/etc/mtab", mounts);
   return ask(path);
-}
-
-std::string printed_by(const std::string &command) {
-  std::string text;
-  FILE *stream = popen(command.c_str(), "r");
-  char line[4096];
-  while (fgets(line, sizeof line, stream) != nullptr) text += line;
-  pclose(stream);
-  while (!text.empty() && text.back() == '\n') text.pop_back();
-  return text;
 }
 
 }  // namespace
@@ -488,7 +479,7 @@ TEST(infopath, ends_the_process_without_memory_for_the_record) {
 
 TEST(infopath, agrees_with_findmnt_and_stat_about_the_live_host) {
   if (access("/etc/mtab", R_OK) != 0) GTEST_SKIP() << "this machine has no mount table";
-  std::istringstream mounts(printed_by("findmnt --list --noheadings -v -o TARGET,SOURCE"));
+  std::istringstream mounts(fakes::output_of("findmnt --list --noheadings -v -o TARGET,SOURCE"));
   std::vector<std::pair<std::string, std::string>> known;
   for (std::string point, device; mounts >> point >> device;) known.emplace_back(point, device);
   if (known.empty()) GTEST_SKIP() << "findmnt knows no mount here";
@@ -504,7 +495,7 @@ TEST(infopath, agrees_with_findmnt_and_stat_about_the_live_host) {
       EXPECT_STREQ(info->host, "") << path;
     }
     double block = 0, blocks = 0, available = 0, files = 0, free_files = 0;
-    ASSERT_EQ(sscanf(printed_by("stat -f -c '%s %b %a %c %d' " + path).c_str(),
+    ASSERT_EQ(sscanf(fakes::output_of("stat -f -c '%s %b %a %c %d' " + path).c_str(),
                      "%lf %lf %lf %lf %lf", &block, &blocks, &available, &files, &free_files),
               5);
     EXPECT_EQ(info->bytes_total, block * blocks) << path;
