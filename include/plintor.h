@@ -1028,7 +1028,8 @@ typedef struct PathInfo {
 } PathInfo;
 
 /* The mount that holds a path: the last line of /etc/mtab whose mount point the absolute path
- * begins with, character by character (so /home2/x is under /home as well).
+ * begins with, character by character (so /home2/x is under /home as well, and nothing is under a
+ * mount point with a blank in its name, which is written \040 there).
  *
  * path        an existing file or directory
  * host        64 bytes, cut to fit. Empty for a local mount; for a device with ':' the text that

@@ -45,6 +45,7 @@ bool parse_mount(char *line, char **point_before, Mount *mount) {
     // line had its mount point.
     if (*point_before != nullptr) mount->host = *point_before;
   }
+  // Kept: as it is written, a blank as \040 and at the end of the line with the newline.
   mount->point = strtok_r(nullptr, " \t", &rest);
   if (mount->point == nullptr) return false;
   *point_before = mount->point;

@@ -111,6 +111,18 @@ TEST(fspath, a_mount_point_is_a_prefix_by_characters) {
   rmdir(folder);
 }
 
+TEST(fspath, a_mount_point_with_a_blank_in_its_name_does_not_match) {
+  char folder[] = "/tmp/plintor-mount-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string point = std::string(folder) + "/my disk";
+  mkdir(point.c_str(), 0700);
+  EXPECT_EQ(ask(point, std::string("a / x\nb ") + folder + "/my\\040disk x\n"),
+            (Answer{0, "", "a"}));
+  EXPECT_EQ(ask(point, std::string("a / x\nb ") + folder + "/my disk x\n"), (Answer{0, "", "b"}));
+  rmdir(point.c_str());
+  rmdir(folder);
+}
+
 TEST(fspath, tokens_end_at_blanks_and_tabs) {
   EXPECT_EQ(ask("/tmp", " \t dev\t \t/\tx\n"), (Answer{0, "", "dev"}));
 }
