@@ -235,7 +235,8 @@ extern "C" int gxpipe(const char *command, char *const envp[], int *fd) {
     elog_log(1, "Couldn't create pipes");
     return -1;
   }
-  // Close-on-exec, all three: no command of another handle shall hold them open.
+  // Close-on-exec, all three: no command of another handle shall hold them open. Kept: one that
+  // another thread starts before they are marked does, until it ends.
   fcntl(ends[0], F_SETFD, FD_CLOEXEC);
   fcntl(ends[1], F_SETFD, FD_CLOEXEC);
   const int output = mkstemp(name);
@@ -244,7 +245,7 @@ extern "C" int gxpipe(const char *command, char *const envp[], int *fd) {
     return -1;
   }
   fcntl(output, F_SETFD, FD_CLOEXEC);
-  GxFile *file = gnew();
+  GxFile *file = gnew();  // Kept: without memory, the file stays in /tmp
   unlink(name);
   file->fd = output;
   int handle;
@@ -282,7 +283,7 @@ extern "C" int gxpipe(const char *command, char *const envp[], int *fd) {
     *fd = ends[0];
     file->pipe_fd = ends[0];
     file->pid = pid;
-    close(ends[1]);
+    close(ends[1]);  // Kept: nobody holds the write end, so nothing can be sent
   }
   if (words != nullptr) freetbl(words, nullptr);
   free(copy);
