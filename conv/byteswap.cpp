@@ -4,6 +4,8 @@
 
 #include "include/plintor.h"
 
+#include <emmintrin.h>
+
 #include <bit>
 #include <cstring>
 #include <type_traits>
@@ -21,6 +23,35 @@ namespace {
 // Nothing to look at: the layout has the host's bytes, whatever they mean.
 template <char R, class E, class H>
 constexpr bool kCopy = R == 'a' && std::is_same_v<E, H> &&std::is_integral_v<E>;
+
+// A copy's bytes by two loads before two stores, which may overlap.
+template <class Word>
+void move_ends(const char *from, char *to, size_t bytes) {
+  Word first, last;
+  std::memcpy(&first, from, sizeof first);
+  std::memcpy(&last, from + bytes - sizeof last, sizeof last);
+  std::memcpy(to, &first, sizeof first);
+  std::memcpy(to + bytes - sizeof last, &last, sizeof last);
+}
+
+// n elements as memmove takes them, whose call costs more than a few bytes do.
+template <class T>
+int move_elements(const char *from, char *to, int n) {
+  const size_t bytes = static_cast<size_t>(n) * sizeof(T);
+  if (n == 1)
+    conv::store<T>(to, conv::load<T>(from));
+  else if (bytes > 2 * sizeof(__m128i))
+    std::memmove(to, from, bytes);
+  else if (bytes >= sizeof(__m128i))
+    move_ends<__m128i>(from, to, bytes);
+  else if (bytes >= sizeof(uint64_t))
+    move_ends<uint64_t>(from, to, bytes);
+  else if (bytes >= sizeof(uint32_t))
+    move_ends<uint32_t>(from, to, bytes);
+  else
+    move_ends<uint16_t>(from, to, bytes);
+  return 0;
+}
 
 // One element of E from layout R into an H of the host.
 template <char R, class E, class H>
@@ -59,11 +90,10 @@ int read(char **from, H *to, int n) {
   *from += static_cast<size_t>(n) * sizeof(E);
   const auto target = reinterpret_cast<char *>(to);
   if constexpr (kCopy<R, E, H>) {
-    std::memmove(target, source, static_cast<size_t>(n) * sizeof(E));
-    return 0;
+    return move_elements<E>(source, target, n);
   } else {
     constexpr conv::Element kElement = read_element<R, E, H>;
-    return conv::all_elements<kElement, sizeof(E), sizeof(H), member>(source, target, n) ? 0 : -1;
+    return conv::all_elements<kElement, sizeof(E), sizeof(H), member>(source, target, n);
   }
 }
 
@@ -74,11 +104,10 @@ int write(const H *from, char **to, int n) {
   char *const target = *to;
   *to += static_cast<size_t>(n) * sizeof(E);
   if constexpr (kCopy<R, E, H>) {
-    std::memmove(target, source, static_cast<size_t>(n) * sizeof(E));
-    return 0;
+    return move_elements<E>(source, target, n);
   } else {
     constexpr conv::Element kElement = write_element<R, E, H>;
-    return conv::all_elements<kElement, sizeof(H), sizeof(E), member>(source, target, n) ? 0 : -1;
+    return conv::all_elements<kElement, sizeof(H), sizeof(E), member>(source, target, n);
   }
 }
 

@@ -11,36 +11,38 @@ namespace conv {
 using Element = bool (*)(const char *from, char *to);
 
 // Element k is read, then written, then comes element k + 1: that order decides what overlapping
-// buffers give, and the empty statement keeps the compiler to it.
+// buffers give, and the empty statement keeps the compiler to it. 0 if every one was
+// exact, else -1.
 template <Element element, int FromSize, int ToSize>
-inline bool each_element(const char *from, char *to, long n) {
+[[gnu::always_inline]] inline int each_element(const char *from, char *to, long n) {
   bool exact = true;
-#pragma GCC unroll 1  // three quarters of the library's text would be copies of this loop
+#pragma GCC unroll 2
   for (long k = 0; k < n; ++k, from += FromSize, to += ToSize) {
     exact &= element(from, to);
     asm volatile("" ::: "memory");
   }
-  return exact;
+  return exact ? 0 : -1;
 }
 
-// Below this count the element loop alone is as fast as a kernel, sooner where a rule has work to
-// do than where it only reverses bytes.
-constexpr int short_count(int from_size, int to_size) { return from_size == to_size ? 32 : 16; }
-
-// Out of line, so that short counts do not pay for its frame.
-template <Element element, int FromSize, int ToSize, Member member>
-[[gnu::noinline]] bool many_elements(const char *from, char *to, long n) {
-  const Progress progress = run_kernel(member, from, FromSize, to, ToSize, n);
-  return each_element<element, FromSize, ToSize>(from + progress.done * FromSize,
-                                                 to + progress.done * ToSize, n - progress.done) &
-         progress.exact;
+// One element is what is asked for most often: it runs straight through.
+template <Element element, int FromSize, int ToSize>
+[[gnu::always_inline]] inline int few_elements(const char *from, char *to, long n) {
+  const int first = each_element<element, FromSize, ToSize>(from, to, 1);
+  if (n == 1) [[likely]]
+    return first;
+  return first | each_element<element, FromSize, ToSize>(from + FromSize, to + ToSize, n - 1);
 }
 
+// Below this count the element loop is as fast as any kernel.
+constexpr int kFew = 16;
+
+// All n elements. Whatever is not done here is the last call, so that a few pay for no frame.
 template <Element element, int FromSize, int ToSize, Member member>
-inline bool all_elements(const char *from, char *to, int n) {
-  if (n < short_count(FromSize, ToSize))
-    return each_element<element, FromSize, ToSize>(from, to, n);
-  return many_elements<element, FromSize, ToSize, member>(from, to, n);
+inline int all_elements(const char *from, char *to, int n) {
+  if (n <= 0) return 0;
+  if (n < kFew) return few_elements<element, FromSize, ToSize>(from, to, n);
+  return run_kernel(from, to, n, {member, FromSize, ToSize},
+                    each_element<element, FromSize, ToSize>);
 }
 
 }  // namespace conv

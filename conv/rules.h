@@ -49,6 +49,10 @@ I truncated(F value) {
 inline bool is_number(uint32_t bits) { return (bits & 0x7fffffff) <= 0x7f800000; }
 inline bool is_number(uint64_t bits) { return (bits & 0x7fffffffffffffff) <= 0x7ff0000000000000; }
 
+// Whether the floating type has every value of the integer type.
+template <Integer I, Floating F>
+constexpr bool kFits = std::numeric_limits<I>::digits <= std::numeric_limits<F>::digits;
+
 // ---- Reading ----
 
 // Integers wrap: the low bytes are kept, and fail when widening them again gives another value.
@@ -62,7 +66,7 @@ bool to_host(From value, To &result) {
 template <Floating To, Integer From>
 bool to_host(From value, To &result) {
   result = static_cast<To>(value);
-  return truncated<From>(result) == value;
+  return kFits<From, To> || truncated<From>(result) == value;
 }
 
 // Floating to integers: the low bytes of the truncation, which fail unless they are the value; so
@@ -104,7 +108,7 @@ bool to_external(From value, To &result) {
 template <Floating To, Integer From>
 bool to_external(From value, To &result) {
   result = static_cast<To>(value);
-  return std::unsigned_integral<From> || truncated<From>(result) == value;
+  return std::unsigned_integral<From> || kFits<From, To> || truncated<From>(result) == value;
 }
 
 // Signed integers with at least the room of the floating type do not saturate: the truncation

@@ -56,8 +56,8 @@ int read(char **from, H *to, int n) {
   const char *const source = *from;
   *from += static_cast<size_t>(n) * kSize;
   constexpr conv::Element kElement = read_three<R, H>;
-  conv::all_elements<kElement, kSize, sizeof(H), member>(source, reinterpret_cast<char *>(to), n);
-  return 0;
+  return conv::all_elements<kElement, kSize, sizeof(H), member>(source,
+                                                                reinterpret_cast<char *>(to), n);
 }
 
 template <char R, conv::Member member>
@@ -67,7 +67,7 @@ int write(const int *from, char **to, int n) {
   *to += static_cast<size_t>(n) * kSize;
   const auto source = reinterpret_cast<const char *>(from);
   constexpr conv::Element kElement = write_three<R>;
-  return conv::all_elements<kElement, sizeof(int), kSize, member>(source, target, n) ? 0 : -1;
+  return conv::all_elements<kElement, sizeof(int), kSize, member>(source, target, n);
 }
 
 }  // namespace

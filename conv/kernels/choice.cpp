@@ -38,31 +38,42 @@ const Kernels &best_kernels() {
 
 void choose_kernels(const Kernels &kernels) { chosen.store(&kernels, std::memory_order_relaxed); }
 
-Progress run_kernel(Member member, const char *from, long from_size, char *to, long to_size,
-                    long n) {
+// A large destination, lined up by a head of some whole blocks and more where it can be. This and
+// the next have no part in the path of a short call, and what it would save of their arguments
+// would cost it a frame: hence not static.
+[[gnu::noinline]] int run_large(const char *from, char *to, long n, Conversion conversion,
+                                Kernel kernel, Loop loop) {
+  const auto target = reinterpret_cast<uintptr_t>(to);
+  if (!lines_up(target, conversion.to_size)) return kernel(from, to, n, Way::apart, loop);
+  long head = kLargestBlock;
+  while ((target + static_cast<uintptr_t>(head * conversion.to_size)) % kLine != 0) ++head;
+  return kernel(from, to, head, Way::apart, loop) |
+         kernel(from + head * conversion.from_size, to + head * conversion.to_size, n - head,
+                Way::around, loop);
+}
+
+[[gnu::noinline]] int run_first_kernel(const char *from, char *to, long n, Conversion conversion,
+                                       Loop loop) {
+  choose_kernels(best_kernels());
+  return run_kernel(from, to, n, conversion, loop);
+}
+
+int run_kernel(const char *from, char *to, long n, Conversion conversion, Loop loop) {
   const Kernels *kernels = chosen.load(std::memory_order_relaxed);
-  if (kernels == nullptr) {
-    kernels = &best_kernels();
-    choose_kernels(*kernels);
-  }
-  const Kernel kernel = kernels->of[member];
-  if (kernel == nullptr) return {0, true};
+  if (kernels == nullptr) return run_first_kernel(from, to, n, conversion, loop);
+  const Kernel kernel = kernels->of[conversion.member];
+  if (kernel == nullptr) return loop(from, to, n);
 
   const auto source = reinterpret_cast<uintptr_t>(from);
   const auto target = reinterpret_cast<uintptr_t>(to);
-  const uintptr_t source_end = source + static_cast<uintptr_t>(n * from_size);
-  const uintptr_t target_end = target + static_cast<uintptr_t>(n * to_size);
-  const bool apart = target >= source_end || target_end <= source;
-  if (!apart && (target > source || target_end > source_end)) return {0, true};
-  if (!apart) return kernel(from, to, n, Way::forward);
-  if (n * to_size < kLarge || !lines_up(target, to_size)) return kernel(from, to, n, Way::apart);
-
-  // The head, as many elements as line the destination up and some whole blocks, then the rest.
-  long head = kLargestBlock;
-  while ((target + static_cast<uintptr_t>(head * to_size)) % kLine != 0) ++head;
-  const Progress first = kernel(from, to, head, Way::apart);
-  const Progress rest = kernel(from + head * from_size, to + head * to_size, n - head, Way::around);
-  return {head + rest.done, first.exact && rest.exact};
+  const uintptr_t source_end = source + static_cast<uintptr_t>(n * conversion.from_size);
+  const uintptr_t target_end = target + static_cast<uintptr_t>(n * conversion.to_size);
+  if (target >= source_end || target_end <= source) {
+    if (n * conversion.to_size >= kLarge) return run_large(from, to, n, conversion, kernel, loop);
+    return kernel(from, to, n, Way::apart, loop);
+  }
+  if (target > source || target_end > source_end) return loop(from, to, n);
+  return kernel(from, to, n, Way::forward, loop);
 }
 
 }  // namespace conv

@@ -9,12 +9,6 @@
 
 namespace conv {
 
-// How far a kernel came: the first `done` elements are converted, and all of them exact or not.
-struct Progress {
-  long done;
-  bool exact;
-};
-
 // How the two buffers lie.
 enum class Way {
   forward,  // shared bytes, but the destination begins and ends no later than the source: what is
@@ -24,10 +18,11 @@ enum class Way {
             // caches
 };
 
-// Converts some of the first n elements, all of them where the buffers are apart and n is at least
-// kLargestBlock.
-constexpr long kLargestBlock = 256;
-using Kernel = Progress (*)(const char *from, char *to, long n, Way way);
+// Converts n elements, one at least: 0 if every one of them was exact, else -1. A kernel may leave
+// some to the element loop.
+using Loop = int (*)(const char *from, char *to, long n);
+using Kernel = int (*)(const char *from, char *to, long n, Way way, Loop loop);
+constexpr long kLargestBlock = 256;  // what a kernel has between a load and its store, in elements
 
 // One entry a function of the family, under its name, and those beside it.
 enum Member : int {
@@ -57,9 +52,15 @@ const Kernels &best_kernels();
 // For tests: makes `kernels` the choice of this process.
 void choose_kernels(const Kernels &kernels);
 
-// Converts some of n elements by the chosen kernel of a member, if the buffers lie so that it may.
-Progress run_kernel(Member member, const char *from, long from_size, char *to, long to_size,
-                    long n);
+// A member and the bytes that an element has on its two sides.
+struct Conversion {
+  Member member;
+  short from_size, to_size;
+};
+
+// Converts n elements by the chosen kernel, if there is one and the buffers lie so that it may;
+// else by the loop.
+int run_kernel(const char *from, char *to, long n, Conversion conversion, Loop loop);
 
 }  // namespace conv
 

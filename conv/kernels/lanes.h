@@ -26,18 +26,6 @@ INLINE Vector bits(T x) {
   return __builtin_bit_cast(Vector, x);
 }
 
-template <class T, int N>
-INLINE Block<T, N> load_some(const char *from, long bytes) {
-  Block<T, N> block{};
-  std::memcpy(&block, from, static_cast<size_t>(bytes));
-  return block;
-}
-
-template <class T, int N>
-INLINE void store_some(char *to, Block<T, N> block, long bytes) {
-  std::memcpy(to, &block, static_cast<size_t>(bytes));
-}
-
 // Bits that are set where an element is not exact.
 struct Flaws {
   Vector bits;

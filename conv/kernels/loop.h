@@ -3,24 +3,28 @@
 // That file provides
 //
 //   load, store, stream, fence    whole vectors; stream goes around the caches, fence ends that
-//   load_some, store_some         a block's first bytes; the others are zeros, which every rule
-//                                 takes for exact
-//   kMasks                        whether these are as fast as whole vectors
+//   kMasks                        whether there are load_some and store_some: a block's first
+//   bytes;
+//                                 the others are zeros, which every rule takes for exact
 //   ordered                       elements between an external order and the host's
 //   kReads, read, kWrites, write  the rules, and whether they are there for two types
 //   read_threes, write_threes     the same for three bytes
 //   Flaws, add, none              what was found inexact so far; more of that; whether nothing was
 
-// The fewest elements that are whole vectors on both sides, or several times as many: four
-// vectors on the larger side keep the processor's pipes full.
+// The fewest elements that are whole vectors on both sides.
+template <class S, class T>
+constexpr int fewest_elements() {
+  constexpr int kLess = sizeof(S) < sizeof(T) ? sizeof(S) : sizeof(T);
+  return kLess == 3 ? kVector : kVector / kLess;
+}
+
+// Several times as many: four vectors on the larger side keep the processor's pipes full.
 template <class S, class T>
 constexpr int block_elements() {
-  constexpr int kLess = sizeof(S) < sizeof(T) ? sizeof(S) : sizeof(T);
   constexpr int kMore = sizeof(S) < sizeof(T) ? sizeof(T) : sizeof(S);
-  if (kLess == 3) return kVector;
-  const int fewest = kVector / kLess;
-  const int vectors = kMore / kLess;
-  return vectors >= 4 ? fewest : fewest * 4 / vectors;
+  constexpr int kFewest = fewest_elements<S, T>();
+  constexpr int kVectors = kFewest * kMore / kVector;
+  return kVectors >= 4 ? kFewest : kFewest * 4 / kVectors;
 }
 
 template <class T, int N>
@@ -56,8 +60,16 @@ INLINE auto applied(Block<S, N> block, Flaws &flaws) {
 constexpr long kAhead = 4096;  // bytes
 
 // Rule says what becomes of a block: its types Source and Target, and its function apply.
+template <class Rule, int N>
+INLINE void convert_block(const char *from, char *to, long k, Flaws &flaws) {
+  using S = typename Rule::Source;
+  using T = typename Rule::Target;
+  const auto block = load_block<S, N>(from + k * static_cast<long>(sizeof(S)));
+  store_block<T, N>(to + k * static_cast<long>(sizeof(T)), applied<Rule>(block, flaws));
+}
+
 template <class Rule>
-Progress convert(const char *from, char *to, long n, Way way) {
+int convert(const char *from, char *to, long n, Way way, [[maybe_unused]] Loop loop) {
   using S = typename Rule::Source;
   using T = typename Rule::Target;
   constexpr int N = block_elements<S, T>();
@@ -76,18 +88,27 @@ Progress convert(const char *from, char *to, long n, Way way) {
     }
     fence();
   } else {
-    for (; k + N <= n; k += N) {
-      store_block<T, N>(to + k * kTo, applied<Rule>(load_block<S, N>(from + k * kFrom), flaws));
+    for (; k + N <= n; k += N) convert_block<Rule, N>(from, to, k, flaws);
+  }
+
+  if constexpr (kMasks) {
+    if (k < n) {
+      const auto rest = load_some<S, N>(from + k * kFrom, (n - k) * kFrom);
+      store_some<T, N>(to + k * kTo, applied<Rule>(rest, flaws), (n - k) * kTo);
     }
+    return Rule::exact(flaws) ? 0 : -1;
+  } else {
+    constexpr int kFewest = fewest_elements<S, T>();
+    if constexpr (kFewest < N) {
+      for (; k + kFewest <= n; k += kFewest) convert_block<Rule, kFewest>(from, to, k, flaws);
+    }
+    if (k < n && way != Way::forward && n >= kFewest) {
+      convert_block<Rule, kFewest>(from, to, n - kFewest, flaws);  // the last ones once more
+      k = n;
+    }
+    const int result = Rule::exact(flaws) ? 0 : -1;
+    return k == n ? result : loop(from + k * kFrom, to + k * kTo, n - k) | result;
   }
-  if (k < n && !kMasks && way != Way::forward && n >= N) {
-    k = n - N;  // the last block once more takes in the rest
-    store_block<T, N>(to + k * kTo, applied<Rule>(load_block<S, N>(from + k * kFrom), flaws));
-  } else if (k < n) {
-    const auto rest = load_some<S, N>(from + k * kFrom, (n - k) * kFrom);
-    store_some<T, N>(to + k * kTo, applied<Rule>(rest, flaws), (n - k) * kTo);
-  }
-  return {n, Rule::exact(flaws)};
 }
 
 template <char R, class E, class H>

@@ -276,7 +276,7 @@ TEST(kernels, report_one_inexact_element_wherever_it_is) {
     size_t bad = 0;  // the first element of the pool that is not exact
     while (bad < 500 && outcome(c, kNone, &pool[bad * size], 1, 0).result == 0) ++bad;
     if (bad == 500) return;  // never fails
-    for (const size_t count : {131u, 300u}) {
+    for (const size_t count : {1u, 7u, 45u, 131u, 300u}) {
       for (size_t at = 0; at < count; ++at) {
         std::vector<char> from(count * size);  // zeros are exact everywhere
         if (at == 0) {
