@@ -64,8 +64,8 @@ template <class Rule, int N>
 INLINE void convert_block(const char *from, char *to, long k, Flaws &flaws) {
   using S = typename Rule::Source;
   using T = typename Rule::Target;
-  const auto block = load_block<S, N>(from + k * static_cast<long>(sizeof(S)));
-  store_block<T, N>(to + k * static_cast<long>(sizeof(T)), applied<Rule>(block, flaws));
+  constexpr long kFrom = sizeof(S), kTo = sizeof(T);
+  store_block<T, N>(to + k * kTo, applied<Rule>(load_block<S, N>(from + k * kFrom), flaws));
 }
 
 template <class Rule>
