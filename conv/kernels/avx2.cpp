@@ -99,6 +99,21 @@ INLINE Vector ints_of_doubles(Vector x, Vector y) {
   return _mm256_set_m128i(_mm256_cvttpd_epi32(_mm256_castsi256_pd(y)),
                           _mm256_cvttpd_epi32(_mm256_castsi256_pd(x)));
 }
+// A double is its 53 digits shifted left by its exponent less 1075. Shifts by 64 and more, and so
+// those by less than 0, give 0; from 2^63 on, and for a NaN, the result is the smallest long.
+INLINE Vector longs_of_doubles(Vector x) {
+  const Vector digits = _mm256_or_si256(_mm256_and_si256(x, _mm256_set1_epi64x((1l << 52) - 1)),
+                                        _mm256_set1_epi64x(1l << 52));
+  const Vector exponents = _mm256_srli_epi64(_mm256_slli_epi64(x, 1), 53);
+  const Vector left = _mm256_sub_epi64(exponents, _mm256_set1_epi64x(1075));
+  const Vector right = _mm256_sub_epi64(_mm256_set1_epi64x(1075), exponents);
+  const Vector size =
+      _mm256_or_si256(_mm256_sllv_epi64(digits, left), _mm256_srlv_epi64(digits, right));
+  const Vector sign = _mm256_cmpgt_epi64(_mm256_setzero_si256(), x);
+  const Vector result = _mm256_sub_epi64(_mm256_xor_si256(size, sign), sign);
+  const Vector beyond = _mm256_cmpgt_epi64(left, _mm256_set1_epi64x(10));
+  return _mm256_blendv_epi8(result, _mm256_set1_epi64x(std::numeric_limits<long>::min()), beyond);
+}
 INLINE Vector low_doubles_of_floats(Vector x) {
   return _mm256_castpd_si256(_mm256_cvtps_pd(_mm_castsi128_ps(low_half(x))));
 }
@@ -115,6 +130,11 @@ INLINE __m256d lesser(__m256d x, __m256d y) { return _mm256_min_pd(x, y); }
 INLINE __m256d greater(__m256d x, __m256d y) { return _mm256_max_pd(x, y); }
 
 INLINE bool all_zero(Vector x) { return _mm256_testz_si256(x, x) != 0; }
+
+template <class E, class H>
+constexpr bool kReads = true;
+template <class E, class H>
+constexpr bool kWrites = true;
 
 // Dwords of one vector, or of the last half of x and the first of y: three to each half.
 INLINE Vector twelve_and_twelve(Vector x, int first) {

@@ -1,11 +1,14 @@
-// The rules of conv/rules.h for vectors without masks, which have no conversions between 64-bit
-// integers and floating values: for SSE2 and AVX2. Included after block.h by a file that provides
+// The rules of conv/rules.h for vectors without masks, which have no conversions of their own
+// between 64-bit integers and floating values: for SSE2 and AVX2. Included after block.h by a file
+// that provides
 //
 //   reversed<Size>           the bytes of each element in reverse order
 //   widened_low, _high<T>    the first or last half of a vector of T, in twice the size
 //   evens, odds              every other 32-bit element of two vectors
 //   saturated_bytes, _shorts, low_bytes, low_shorts   two vectors into elements of half the size
 //   floats_of_ints ...       the processor's conversions
+//   longs_of_doubles         trunc64
+//   kReads, kWrites<E, H>    whether a kernel is faster than the element loop
 //   lesser, greater          its minima and maxima, which answer their second operand for a NaN
 //   spread_threes, joined_threes  three bytes to the top of four, and back
 //   all_zero
@@ -199,6 +202,12 @@ INLINE Vector joined_low_bits(Vector integers) {
   return (small & integers) | (~small & joined);
 }
 
+// Unsigned integers of 32 bits in the lower halves of longs: exact.
+INLINE Lanes<double> doubles_of_low_halves(Vector x) {
+  const auto low = as<unsigned long>(x) & 0xfffffffful;
+  return as<double>(bits(low | 0x4330000000000000ul)) - 0x1p52;
+}
+
 INLINE void look_for_difference(Lanes<double> x, Lanes<double> y, Flaws &flaws) {
   note(bits(x != y), flaws);
 }
@@ -242,8 +251,7 @@ INLINE Block<To, N> to_floating(Block<From, N> x, Flaws &flaws) {
     Block<double, N> result;  // exact
     const Block<unsigned long, N> wide = resized<unsigned long>(x);
     for (int v = 0; v < result.kCount; ++v) {
-      const Vector placed = bits(as<unsigned long>(wide.of[v]) | 0x4330000000000000ul);
-      result.of[v] = bits(as<double>(placed) - 0x1p52);
+      result.of[v] = bits(doubles_of_low_halves(wide.of[v]));
     }
     if constexpr (sizeof(To) == 8)
       return result;
@@ -274,6 +282,47 @@ INLINE Block<To, N> to_floating(Block<From, N> x, Flaws &flaws) {
 
 // ---- Floating to integers ----
 
+template <int N>
+INLINE Block<double, N> doubles_of_floats(Block<float, N> x) {
+  Block<double, N> result;
+  for (int v = 0; v < x.kCount; ++v) {
+    result.of[2 * v] = low_doubles_of_floats(x.of[v]);
+    result.of[2 * v + 1] = high_doubles_of_floats(x.of[v]);
+  }
+  return result;
+}
+
+// The types that are made from a truncation to 64 bits, and what is truncated as.
+template <class I>
+constexpr bool kTruncates64 = sizeof(I) == 8 || std::is_same_v<I, unsigned int>;
+template <class To>
+using Wide = std::conditional_t<std::is_same_v<To, unsigned int>, unsigned long, To>;
+
+// trunc64, or for unsigned longs utrunc64: the upper half of their range is truncated 2^63 lower,
+// and so is a NaN.
+template <class To>
+INLINE Vector truncated_long(Vector x) {
+  if constexpr (std::is_same_v<To, unsigned long>) {
+    const Vector upper = ~bits(as<double>(x) < 0x1p63);
+    const Vector half = upper & bits(Lanes<double>{} + 0x1p63);
+    const Vector result = longs_of_doubles(bits(as<double>(x) - as<double>(half)));
+    return bits(as<unsigned long>(result) ^ as<unsigned long>(upper) << 63);
+  } else {
+    return longs_of_doubles(x);
+  }
+}
+
+// The way back.
+template <class To>
+INLINE Lanes<double> double_of_truncated(Vector x) {
+  if constexpr (sizeof(To) == 4) {
+    return doubles_of_low_halves(x);
+  } else {
+    Lanes<double> upper, lower;
+    return doubles_of_longs<To>(x, upper, lower);
+  }
+}
+
 // An int with all bytes but the low ones of To made copies of its sign, or zeros.
 template <class To>
 INLINE Vector kept(Vector x) {
@@ -285,6 +334,20 @@ INLINE Vector kept(Vector x) {
   } else {
     return bits(as<int>(x) & static_cast<int>(std::numeric_limits<To>::max()));
   }
+}
+
+template <class To, int N>
+requires kTruncates64<To> INLINE Block<To, N> truncated(Block<double, N> x, Flaws &flaws) {
+  Block<Wide<To>, N> result;
+  for (int v = 0; v < x.kCount; ++v) {
+    result.of[v] = truncated_long<To>(x.of[v]);
+    look_for_difference(double_of_truncated<To>(result.of[v]), as<double>(x.of[v]), flaws);
+  }
+  return resized<To>(result);
+}
+template <class To, int N>
+requires kTruncates64<To> INLINE Block<To, N> truncated(Block<float, N> x, Flaws &flaws) {
+  return truncated<To>(doubles_of_floats(x), flaws);
 }
 
 template <class To, int N>
@@ -319,6 +382,29 @@ INLINE Vector within(Vector x, Flaws &flaws) {
   return bits(lesser(most, greater(least, as<F>(x))));
 }
 
+// For the unsigned int and long what is below or above is set after the truncation, because a bound
+// that is rounded up is itself within, and leaves 0.
+template <class To, class F, int N>
+INLINE Block<To, N> saturated_wide(Block<double, N> x, Flaws &flaws) {
+  constexpr double kMost = static_cast<F>(std::numeric_limits<To>::max());
+  Block<Wide<To>, N> result;
+  for (int v = 0; v < x.kCount; ++v) {
+    const Vector below = bits(as<double>(x.of[v]) < 0.0);
+    const Vector above = bits(as<double>(x.of[v]) > kMost);
+    note(below | above, flaws);
+    result.of[v] = (truncated_long<To>(x.of[v]) & ~below) | above;
+  }
+  return resized<To>(result);
+}
+template <class To, int N>
+requires kTruncates64<To> INLINE Block<To, N> saturated(Block<double, N> x, Flaws &flaws) {
+  return saturated_wide<To, double>(x, flaws);
+}
+template <class To, int N>
+requires kTruncates64<To> INLINE Block<To, N> saturated(Block<float, N> x, Flaws &flaws) {
+  return saturated_wide<To, float>(doubles_of_floats(x), flaws);
+}
+
 template <class To, int N>
 INLINE Block<To, N> saturated(Block<float, N> x, Flaws &flaws) {
   Block<int, N> result;
@@ -341,13 +427,8 @@ INLINE Block<To, N> saturated(Block<double, N> x, Flaws &flaws) {
 
 template <int N>
 INLINE Block<double, N> to_double(Block<float, N> x, Flaws &flaws) {
-  Block<double, N> result;
-  for (int v = 0; v < x.kCount; ++v) {
-    look_for_difference(as<float>(x.of[v]), as<float>(x.of[v]), flaws);
-    result.of[2 * v] = low_doubles_of_floats(x.of[v]);
-    result.of[2 * v + 1] = high_doubles_of_floats(x.of[v]);
-  }
-  return result;
+  for (Vector v : x.of) look_for_difference(as<float>(v), as<float>(v), flaws);
+  return doubles_of_floats(x);
 }
 
 // The same floating type: bits move, NaNs fail.
@@ -358,15 +439,6 @@ INLINE Block<F, N> checked(Block<F, N> x, Flaws &flaws) {
 }
 
 // ---- The rules ----
-
-// The truncation to 64 bits is the one thing that these processors do for a single value only.
-template <class F, class I>
-constexpr bool kTruncates64 = std::is_floating_point_v<F> &&std::is_integral_v<I> &&
-                              (sizeof(I) == 8 || std::is_same_v<I, unsigned int>);
-template <class E, class H>
-constexpr bool kReads = !kTruncates64<E, H>;
-template <class E, class H>
-constexpr bool kWrites = !kTruncates64<H, E>;
 
 template <class H, class E, int N>
 INLINE Block<H, N> read(Block<E, N> x, Flaws &flaws) {

@@ -3,11 +3,10 @@
 // That file provides
 //
 //   load, store, stream, fence    whole vectors; stream goes around the caches, fence ends that
-//   kMasks                        whether there are load_some and store_some: a block's first
-//   bytes;
-//                                 the others are zeros, which every rule takes for exact
+//   kMasks                        whether there are load_some and store_some, a block's first
+//                                 bytes: the others are zeros, which every rule takes for exact
 //   ordered                       elements between an external order and the host's
-//   kReads, read, kWrites, write  the rules, and whether they are there for two types
+//   kReads, read, kWrites, write  the rules, and whether two types have a kernel
 //   read_threes, write_threes     the same for three bytes
 //   Flaws, add, none              what was found inexact so far; more of that; whether nothing was
 

@@ -93,6 +93,11 @@ INLINE Vector ints_of_doubles(Vector x, Vector y) {
   return _mm_unpacklo_epi64(_mm_cvttpd_epi32(_mm_castsi128_pd(x)),
                             _mm_cvttpd_epi32(_mm_castsi128_pd(y)));
 }
+INLINE Vector longs_of_doubles(Vector x) {
+  const __m128d doubles = _mm_castsi128_pd(x);
+  return _mm_set_epi64x(_mm_cvttsd_si64(_mm_unpackhi_pd(doubles, doubles)),
+                        _mm_cvttsd_si64(doubles));
+}
 INLINE Vector low_doubles_of_floats(Vector x) {
   return _mm_castpd_si128(_mm_cvtps_pd(_mm_castsi128_ps(x)));
 }
@@ -109,6 +114,18 @@ INLINE __m128d greater(__m128d x, __m128d y) { return _mm_max_pd(x, y); }
 INLINE bool all_zero(Vector x) {
   return _mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())) == 0xffff;
 }
+
+// Between 64-bit integers and floating values there is next to nothing that two lanes do at once.
+// Unsigned longs become doubles fast where that is not checked.
+template <class S, class T>
+constexpr bool kOneByOne = (std::is_floating_point_v<S> && std::is_integral_v<T> &&
+                            sizeof(T) == 8) ||
+                           (std::is_integral_v<S> && sizeof(S) == 8 && std::is_floating_point_v<T>);
+template <class E, class H>
+constexpr bool kReads = !kOneByOne<E, H>;
+template <class E, class H>
+constexpr bool kWrites =
+    !kOneByOne<H, E> || (std::is_same_v<H, unsigned long> && std::is_same_v<E, double>);
 
 // Twelve bytes, four threes, to the upper three bytes of four ints.
 template <char R>
