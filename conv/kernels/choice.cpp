@@ -12,8 +12,8 @@ namespace {
 // Relaxed is enough: the tables are constant, and two threads that choose at once choose the same.
 std::atomic<const Kernels *> chosen{nullptr};
 
-// A store around the caches saves reading the line first, and pays where the data does not fit
-// them: below this many bytes written it only costs.
+// Stores around the caches save reading each line first, and reading ahead by hand passes the ends
+// of pages: both pay from about this many bytes read and written on, and cost in the caches.
 constexpr long kLarge = 16l << 20;
 
 constexpr long kLine = 64;
@@ -38,7 +38,7 @@ const Kernels &best_kernels() {
 
 void choose_kernels(const Kernels &kernels) { chosen.store(&kernels, std::memory_order_relaxed); }
 
-// A large destination, lined up by a head of some whole blocks and more where it can be. This and
+// Large buffers: the destination is lined up by a head of some whole blocks and more. This and
 // the next have no part in the path of a short call, and what it would save of their arguments
 // would cost it a frame: hence not static.
 [[gnu::noinline]] int run_large(const char *from, char *to, long n, Conversion conversion,
@@ -69,7 +69,8 @@ int run_kernel(const char *from, char *to, long n, Conversion conversion, Loop l
   const uintptr_t source_end = source + static_cast<uintptr_t>(n * conversion.from_size);
   const uintptr_t target_end = target + static_cast<uintptr_t>(n * conversion.to_size);
   if (target >= source_end || target_end <= source) {
-    if (n * conversion.to_size >= kLarge) return run_large(from, to, n, conversion, kernel, loop);
+    if (n * (conversion.from_size + conversion.to_size) >= kLarge)
+      return run_large(from, to, n, conversion, kernel, loop);
     return kernel(from, to, n, Way::apart, loop);
   }
   if (target > source || target_end > source_end) return loop(from, to, n);
