@@ -1,12 +1,13 @@
 // conv_bench: every function of the conversion family, over memcpy's rate for the same bytes.
 //
-//   conv_bench [--quick] [--brief] [--odd] [--failing] [--calls] [PATTERN]
+//   conv_bench [--quick] [--brief] [--odd] [--failing] [--place] [--calls] [PATTERN]
 //
 // Rates at L1 (16 KiB read and written in all), L2 (512 KiB) and out of cache (256 MiB), beside
-// plain loops and other libraries; then what should not cost: an external address that is odd and
-// data of which nothing is exact, over the same member without, at L1 and L2, and calls of 1, 4 and
-// 16 elements over a plain loop's call. --brief leaves all but our own rates out, the other options
-// but --quick leave all but what they name out. PATTERN is part of a name.
+// plain loops and other libraries; then what should not cost: an external address that is odd, data
+// of which nothing is exact and a destination that is the source, over the same member without, at
+// L1 and L2, and calls of 1, 4 and 16 elements over a plain loop's call. --brief leaves all but our
+// own rates out, the other options but --quick leave all but what they name out. PATTERN is part of
+// a name.
 
 #include <sys/mman.h>
 
@@ -217,13 +218,19 @@ std::vector<bench::Result> compare(const Member &m, size_t total, Buffers at,
                      : bench::alternate(contenders);
 }
 
-// With an odd external address, or with bytes of all kinds, over the same without.
-double disturbed_ratio(const Member &m, size_t total, Buffers at, bool odd) {
+enum class Disturbance { odd, failing, in_place };
+
+// With an odd external address, with bytes of all kinds, or where the source is (which widening
+// ones overtake: they are left out), over the same without.
+double disturbed_ratio(const Member &m, size_t total, Buffers at, Disturbance disturbance) {
+  if (disturbance == Disturbance::in_place && size_of(m.to) > size_of(m.from)) return NAN;
   const int n = count_for(m, total);
   fill(m, at, n);
   const char *from = at.from;
   char *to = at.to;
-  if (odd) {
+  if (disturbance == Disturbance::in_place) {
+    to = at.from;
+  } else if (disturbance == Disturbance::odd) {
     if (m.reads)
       ++from;
     else
@@ -269,7 +276,8 @@ struct Versus {
   Mean theirs, ours;
 };
 
-using Row = std::array<double, 7>;  // odd and failing at L1 and L2, calls of 1, 4 and 16
+// Odd, failing and in place at L1 and L2, calls of 1, 4 and 16.
+using Row = std::array<double, 9>;
 
 // What is known of a group. The peers at L1 and L2; the best of them is one more.
 struct Tally {
@@ -404,21 +412,23 @@ void measure_rates(const std::vector<Member> &members, Buffers at, size_t large,
 }
 
 struct Costs {
-  bool odd, failing, calls;
+  bool odd, failing, in_place, calls;
 };
 
 void measure_costs(const std::vector<Member> &members, Buffers at, Costs costs) {
-  std::printf("## conv costs of functions\n\n```\n%-8s %-15s %-15s %s\n", "", "odd: L1, L2",
-              "failing: L1, L2", "n = 1, 4, 16");
+  std::printf("## conv costs of functions\n\n```\n%-8s %-15s %-15s %-15s %s\n", "", "odd: L1, L2",
+              "failing: L1, L2", "in place: L1, L2", "n = 1, 4, 16");
   for (const Member &m : members) {
-    const auto disturbed = [&](size_t total, bool odd) {
-      return (odd ? costs.odd : costs.failing) ? disturbed_ratio(m, total, at, odd) : NAN;
+    const auto disturbed = [&](size_t total, bool wanted, Disturbance disturbance) {
+      return wanted ? disturbed_ratio(m, total, at, disturbance) : NAN;
     };
     const auto call = [&](int n) { return costs.calls ? call_ratio(m, n, at) : NAN; };
-    const Row row = {disturbed(kL1, true),
-                     disturbed(kL2, true),
-                     disturbed(kL1, false),
-                     disturbed(kL2, false),
+    const Row row = {disturbed(kL1, costs.odd, Disturbance::odd),
+                     disturbed(kL2, costs.odd, Disturbance::odd),
+                     disturbed(kL1, costs.failing, Disturbance::failing),
+                     disturbed(kL2, costs.failing, Disturbance::failing),
+                     disturbed(kL1, costs.in_place, Disturbance::in_place),
+                     disturbed(kL2, costs.in_place, Disturbance::in_place),
                      call(1),
                      call(4),
                      call(16)};
@@ -432,16 +442,16 @@ void measure_costs(const std::vector<Member> &members, Buffers at, Costs costs) 
   }
   std::printf(
       "```\n\n## conv costs\n\n"
-      "| group | odd address | nothing exact | n = 1 | n = 4 | n = 16 |\n"
-      "|---|---|---|---|---|---|\n");
+      "| group | odd address | nothing exact | in place | n = 1 | n = 4 | n = 16 |\n"
+      "|---|---|---|---|---|---|---|\n");
   for (const Group &group : kGroups) {
     std::array<std::string, std::tuple_size_v<Row>> text;
     for (size_t k = 0; k < text.size(); ++k) text[k] = number(tallies[group.name].costs[k]);
     if (std::all_of(text.begin(), text.end(), [](const auto &cell) { return cell.empty(); }))
       continue;
-    std::printf("| %s | %s / %s | %s / %s | %s | %s | %s |\n", group.name, text[0].c_str(),
-                text[1].c_str(), text[2].c_str(), text[3].c_str(), text[4].c_str(), text[5].c_str(),
-                text[6].c_str());
+    std::printf("| %s | %s / %s | %s / %s | %s / %s | %s | %s | %s |\n", group.name,
+                text[0].c_str(), text[1].c_str(), text[2].c_str(), text[3].c_str(), text[4].c_str(),
+                text[5].c_str(), text[6].c_str(), text[7].c_str(), text[8].c_str());
   }
   std::printf("\n");
 }
@@ -463,13 +473,15 @@ int main(int argc, char **argv) {
       costs.odd = true;
     else if (argument == "--failing")
       costs.failing = true;
+    else if (argument == "--place")
+      costs.in_place = true;
     else if (argument == "--calls")
       costs.calls = true;
     else
       pattern = argument;
   }
-  const bool everything = !brief && !costs.odd && !costs.failing && !costs.calls;
-  if (everything) costs = {true, true, true};
+  const bool everything = !brief && !costs.odd && !costs.failing && !costs.in_place && !costs.calls;
+  if (everything) costs = {true, true, true, true};
   std::vector<Member> members;
   std::copy_if(
       std::begin(kMembers), std::end(kMembers), std::back_inserter(members),
