@@ -16,7 +16,7 @@ done
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 shopt -s nullglob
-sources=(conv/*.cpp conv/kernels/*.cpp)
+sources=(conv/*.cpp conv/kernels/*.cpp frame/processor.cpp)
 flags=(-std=gnu++20 -iquote . -fPIC -fno-exceptions -fno-rtti -fsemantic-interposition)
 
 # The run itself is built once, so that only the conversions differ. They stand in a shared object,
