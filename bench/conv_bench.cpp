@@ -220,10 +220,13 @@ std::vector<bench::Result> compare(const Member &m, size_t total, Buffers at,
 
 enum class Disturbance { odd, failing, in_place };
 
-// With an odd external address, with bytes of all kinds, or where the source is (which widening
-// ones overtake: they are left out), over the same without.
+// With an odd external address, with bytes of all kinds, or where the source is, over the same
+// without. Left out are in place those that widen, which overtake their source, and plain copies,
+// which find nothing to do.
 double disturbed_ratio(const Member &m, size_t total, Buffers at, Disturbance disturbance) {
-  if (disturbance == Disturbance::in_place && size_of(m.to) > size_of(m.from)) return NAN;
+  if (disturbance == Disturbance::in_place &&
+      (size_of(m.to) > size_of(m.from) || group_of(m) == std::string("plain copy")))
+    return NAN;
   const int n = count_for(m, total);
   fill(m, at, n);
   const char *from = at.from;
@@ -449,9 +452,12 @@ void measure_costs(const std::vector<Member> &members, Buffers at, Costs costs) 
     for (size_t k = 0; k < text.size(); ++k) text[k] = number(tallies[group.name].costs[k]);
     if (std::all_of(text.begin(), text.end(), [](const auto &cell) { return cell.empty(); }))
       continue;
-    std::printf("| %s | %s / %s | %s / %s | %s / %s | %s | %s | %s |\n", group.name,
-                text[0].c_str(), text[1].c_str(), text[2].c_str(), text[3].c_str(), text[4].c_str(),
-                text[5].c_str(), text[6].c_str(), text[7].c_str(), text[8].c_str());
+    const auto both = [&](size_t k) {
+      return text[k].empty() ? "" : text[k] + " / " + text[k + 1];
+    };
+    std::printf("| %s | %s | %s | %s | %s | %s | %s |\n", group.name, both(0).c_str(),
+                both(2).c_str(), both(4).c_str(), text[6].c_str(), text[7].c_str(),
+                text[8].c_str());
   }
   std::printf("\n");
 }
