@@ -33,10 +33,10 @@ namespace {
 
 constexpr size_t kChunk = 8192;
 
-// ---- The model in a fast form, for sources of 32 bits
-// -------------------------------------------- The model proper takes every value apart anew; here
-// the rules are put as conditions on the bits. rehearse() holds it against the model before it is
-// trusted.
+// ---- The model in a fast form, for sources of 32 bits -------------------------------------------
+//
+// The model proper takes every value apart anew; here the rules are put as conditions on the bits.
+// rehearse() holds it against the model before it is trusted.
 
 constexpr uint32_t kInfinity = 0x7F800000;
 
