@@ -150,10 +150,14 @@ static int busier(const void *left, const void *right) {
 static void print_processes(void) {
   struct Tbl *list;
   sysproc(&list); /* logs what it could not read; the rest is in the list */
-  const long count = lentbl(list);
-  const Pidstat **sorted = malloc(((size_t)count + 1) * sizeof *sorted);
+  const Pidstat **sorted = malloc(((size_t)lentbl(list) + 1) * sizeof *sorted);
   if (sorted == NULL) return;
-  for (long k = 0; k < count; ++k) sorted[k] = gettbl(list, k);
+  long count = 0;
+  for (long k = 0; k < lentbl(list); ++k) {
+    const Pidstat *process = gettbl(list, k);
+    /* The rest of a very long command line stands in the list like a process, but has no pid. */
+    if (process->pid > 0) sorted[count++] = process;
+  }
   qsort(sorted, (size_t)count, sizeof *sorted, busier);
 
   printf("\nPROCESSES: %ld, the ten busiest\n", count);
