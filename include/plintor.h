@@ -760,7 +760,8 @@ typedef struct Pidstat {
  *
  * cputime is the time column read as minutes:seconds, in seconds: a time of "01:02:03" gives 62. A
  * line that ends early leaves the fields behind its end as the line before had them. A line of more
- * than 10238 characters counts as several.
+ * than 10238 characters counts as several: the rest of a very long command gets records of its own,
+ * whose pid is what their text begins with, mostly 0.
  *
  * Returns 0, or -1 when no process could be started or a line could not be read in full; *procs is
  * set either way, and the record of such a line is in it. Where ps cannot be executed or prints
