@@ -149,6 +149,11 @@ INLINE Vector permuted(const Bytes &places, Vector x, Vector y) {
   return _mm512_permutex2var_epi8(x, load(reinterpret_cast<const char *>(places.of)), y);
 }
 
+template <class E, class H>
+constexpr bool kReads = true;
+template <class E, class H>
+constexpr bool kWrites = true;
+
 // ---- Order ----
 
 template <char R, class T>
@@ -299,6 +304,21 @@ INLINE Vector clamped(Vector x) {
     if constexpr (sizeof(From) == 8) x = _mm512_min_epu64(x, most);
   }
   return x;
+}
+
+// Integers to what is narrower: low bytes, or the nearest that fits.
+template <class To, bool Saturate, class From, int N>
+INLINE Block<To, N> narrowed(Block<From, N> x, Flaws &flaws) {
+  for (Vector &v : x.of) {
+    if constexpr (Saturate) {
+      const Vector nearest = clamped<To, From>(v);
+      look_for_difference(nearest, v, flaws);
+      v = nearest;
+    } else {
+      look_for_misfit<std::is_signed_v<From>, From>(v, flaws);
+    }
+  }
+  return resized<To>(x);
 }
 
 // ---- Floating values ----
@@ -629,55 +649,7 @@ INLINE Block<double, N> checked(Block<double, N> x, Flaws &flaws) {
   return x;
 }
 
-// ---- The rules, in the words of conv/rules.h ----
-
-template <class E, class H>
-constexpr bool kReads = true;
-template <class E, class H>
-constexpr bool kWrites = true;
-
-template <class H, class E, int N>
-INLINE Block<H, N> read(Block<E, N> x, Flaws &flaws) {
-  if constexpr (std::is_integral_v<E> && std::is_integral_v<H>) {
-    if constexpr (sizeof(H) < sizeof(E)) {
-      for (Vector v : x.of) look_for_misfit<std::is_signed_v<E>, E>(v, flaws);
-    }
-    return resized<H>(x);
-  } else if constexpr (std::is_integral_v<E>) {
-    return to_floating<H, true>(x, flaws);
-  } else if constexpr (std::is_integral_v<H>) {
-    return truncated<H>(x, flaws);
-  } else if constexpr (sizeof(E) == sizeof(H)) {
-    return checked(x, flaws);
-  } else if constexpr (sizeof(E) < sizeof(H)) {
-    return to_double(x, flaws);
-  } else {
-    return to_float(x, flaws);
-  }
-}
-
-template <class E, class H, int N>
-INLINE Block<E, N> write(Block<H, N> x, Flaws &flaws) {
-  if constexpr (std::is_integral_v<E> && std::is_integral_v<H>) {
-    if constexpr (sizeof(E) < sizeof(H)) {
-      for (Vector &v : x.of) {
-        const Vector nearest = clamped<E, H>(v);
-        look_for_difference(nearest, v, flaws);
-        v = nearest;
-      }
-    }
-    return resized<E>(x);
-  } else if constexpr (std::is_integral_v<H>) {
-    return to_floating<E, std::is_signed_v<H>>(x, flaws);
-  } else if constexpr (std::is_integral_v<E>) {
-    if constexpr (std::is_signed_v<E> && sizeof(E) >= sizeof(H))
-      return truncated<E>(x, flaws);
-    else
-      return saturated<E>(x, flaws);
-  } else {
-    return read<E>(x, flaws);
-  }
-}
+// ---- What was found ----
 
 // The bits of Flaws::beyond that count, in every element: what these rules look for there.
 template <class S, class T>

@@ -1,5 +1,5 @@
-// The rules of conv/rules.h for vectors without masks, which have no conversions of their own
-// between 64-bit integers and floating values: for SSE2 and AVX2. Included after block.h by a file
+// The steps of the rules for vectors without masks, which have no conversions of their own between
+// 64-bit integers and floating values: for SSE2 and AVX2. Included after block.h by a file
 // that provides
 //
 //   reversed<Size>           the bytes of each element in reverse order
@@ -216,7 +216,7 @@ INLINE void look_for_difference(Lanes<float> x, Lanes<float> y, Flaws &flaws) {
 }
 
 // Doubles, exact ones, to floats.
-template <bool Check, int N>
+template <bool Check = true, int N>
 INLINE Block<float, N> to_float(Block<double, N> x, Flaws &flaws) {
   Block<float, N> result;
   for (int v = 0; v < result.kCount; ++v) {
@@ -438,46 +438,7 @@ INLINE Block<F, N> checked(Block<F, N> x, Flaws &flaws) {
   return x;
 }
 
-// ---- The rules ----
-
-template <class H, class E, int N>
-INLINE Block<H, N> read(Block<E, N> x, Flaws &flaws) {
-  if constexpr (std::is_integral_v<E> && std::is_integral_v<H>) {
-    if constexpr (sizeof(H) < sizeof(E))
-      return narrowed<H, false>(x, flaws);
-    else
-      return resized<H>(x);
-  } else if constexpr (std::is_integral_v<E>) {
-    return to_floating<H, true>(x, flaws);
-  } else if constexpr (std::is_integral_v<H>) {
-    return truncated<H>(x, flaws);
-  } else if constexpr (sizeof(E) == sizeof(H)) {
-    return checked(x, flaws);
-  } else if constexpr (sizeof(E) < sizeof(H)) {
-    return to_double(x, flaws);
-  } else {
-    return to_float<true>(x, flaws);
-  }
-}
-
-template <class E, class H, int N>
-INLINE Block<E, N> write(Block<H, N> x, Flaws &flaws) {
-  if constexpr (std::is_integral_v<E> && std::is_integral_v<H>) {
-    if constexpr (sizeof(E) < sizeof(H))
-      return narrowed<E, true>(x, flaws);
-    else
-      return resized<E>(x);
-  } else if constexpr (std::is_integral_v<H>) {
-    return to_floating<E, std::is_signed_v<H>>(x, flaws);
-  } else if constexpr (std::is_integral_v<E>) {
-    if constexpr (std::is_signed_v<E> && sizeof(E) >= sizeof(H))
-      return truncated<E>(x, flaws);
-    else
-      return saturated<E>(x, flaws);
-  } else {
-    return read<E>(x, flaws);
-  }
-}
+// ---- What was found ----
 
 template <class, class>
 INLINE bool none(Flaws flaws) {

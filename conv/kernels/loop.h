@@ -6,9 +6,12 @@
 //   kMasks                        whether there are load_some and store_some, a block's first
 //                                 bytes: the others are zeros, which every rule takes for exact
 //   ordered                       elements between an external order and the host's
-//   kReads, read, kWrites, write  the rules, and whether two types have a kernel
+//   kReads, kWrites               whether two types have a kernel
+//   resized, narrowed, ...        the steps that rules.h names
 //   read_threes, write_threes     the same for three bytes
 //   Flaws, add, none              what was found inexact so far; more of that; whether nothing was
+
+#include "conv/kernels/rules.h"
 
 // The fewest elements that are whole vectors on both sides.
 template <class S, class T>
