@@ -135,6 +135,22 @@ Host::~Host() {
   for (const std::string &name : script.temporary) unlink(name.c_str());
 }
 
+Threads::Threads(size_t count, std::function<void(size_t)> body) : body_(std::move(body)) {
+  for (size_t t = 0; t < count; ++t) {
+    threads_.emplace_back([this, t] {
+      ++started_;
+      while (!go_) std::this_thread::yield();
+      body_(t);
+    });
+  }
+  while (started_ < count) std::this_thread::yield();
+}
+
+void Threads::run() {
+  go_ = true;
+  for (std::thread &thread : threads_) thread.join();
+}
+
 void Host::file(const std::string &path, const std::string &text, int mode) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   script.missing.erase(path);

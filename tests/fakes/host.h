@@ -8,8 +8,11 @@
 #ifndef TESTS_FAKES_HOST_H
 #define TESTS_FAKES_HOST_H
 
+#include <atomic>
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fakes {
@@ -46,6 +49,23 @@ class Host {
   // How many of them were calls of that function.
   int count(const std::string &function) const;
   void clear_calls();
+};
+
+// Threads for a Host, made before it: one that starts allocates, and ThreadSanitizer cannot follow
+// recorded calls there yet.
+class Threads {
+ public:
+  // body(0), body(1), ... each in a thread that has started when the constructor returns, and
+  // waits.
+  Threads(size_t count, std::function<void(size_t)> body);
+  // Lets them all go on at once and waits for their ends.
+  void run();
+
+ private:
+  std::function<void(size_t)> body_;
+  std::atomic<size_t> started_{0};
+  std::atomic<bool> go_{false};
+  std::vector<std::thread> threads_;
 };
 
 }  // namespace fakes

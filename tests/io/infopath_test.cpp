@@ -15,7 +15,6 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -544,19 +543,15 @@ TEST(infopath, ten_thousand_calls_leave_nothing_behind) {
 }
 
 TEST(fspath, eight_threads_read_the_table_at_once) {
-  const std::string mounts = "/dev/sda1 / x\nserver:/export /tmp nfs\n";
-  fakes::Host scripted;
-  scripted.file("/etc/mtab", mounts);
-  std::vector<std::thread> threads;
   std::vector<int> right(8);
-  for (size_t t = 0; t < 8; ++t) {
-    threads.emplace_back([t, &right] {
-      char host[64], filesystem[4096];
-      for (int k = 0; k < 300; ++k)
-        right[t] += fspath("/tmp", host, filesystem) == 0 && std::string("port") == host &&
-                    std::string("/export") == filesystem && is_nfs("/tmp") == 1;
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
+  fakes::Threads threads(8, [&right](size_t t) {
+    char host[64], filesystem[4096];
+    for (int k = 0; k < 300; ++k)
+      right[t] += fspath("/tmp", host, filesystem) == 0 && std::string("port") == host &&
+                  std::string("/export") == filesystem && is_nfs("/tmp") == 1;
+  });
+  fakes::Host scripted;
+  scripted.file("/etc/mtab", "/dev/sda1 / x\nserver:/export /tmp nfs\n");
+  threads.run();
   EXPECT_EQ(right, std::vector<int>(8, 300));
 }

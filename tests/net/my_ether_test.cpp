@@ -3,12 +3,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "include/plintor.h"
@@ -172,26 +170,16 @@ TEST(my_ether, leaves_no_descriptor_no_child_and_no_memory_behind) {
 
 TEST(my_ether, serves_8_threads) {
   std::vector<std::string> lists(8);
-  std::vector<std::thread> threads;
-  std::atomic<size_t> started{0};
-  std::atomic<bool> go{false};
-  for (auto &own : lists) {
-    threads.emplace_back([&] {
-      ++started;
-      while (!go) std::this_thread::yield();
-      for (int round = 0; round < 5; ++round) {
-        char list[100];
-        my_ether(list);
-        own = list;
-      }
-    });
-  }
-  // A thread that starts allocates: no place for a script yet under ThreadSanitizer.
-  while (started < lists.size()) std::this_thread::yield();
+  fakes::Threads threads(8, [&lists](size_t t) {
+    for (int round = 0; round < 5; ++round) {
+      char list[100];
+      my_ether(list);
+      lists[t] = list;
+    }
+  });
   fakes::Host host;
   host.command(kTwo);
-  go = true;
-  for (auto &thread : threads) thread.join();
+  threads.run();
   EXPECT_EQ(lists, std::vector<std::string>(8, "00:16:3e:00:00:01 00:16:3e:5a:1b:0c"));
 }
 

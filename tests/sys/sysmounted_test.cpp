@@ -355,22 +355,16 @@ TEST(sysmounted, keeps_nothing_more_over_10000_calls) {
 }
 
 TEST(sysmounted, may_be_called_by_8_threads_at_once) {
-  std::atomic<bool> go{false};
   std::atomic<int> failed{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t)
-    threads.emplace_back([&] {
-      while (!go) std::this_thread::yield();
-      for (int k = 0; k < 300; ++k) {
-        Tbl *list = nullptr;
-        if (sysmounted(&list) != 0 || list == nullptr) ++failed;
-      }
-    });
-  // Scripted once all threads run: ThreadSanitizer cannot follow recorded calls in one that starts.
+  fakes::Threads threads(8, [&failed](size_t) {
+    for (int k = 0; k < 300; ++k) {
+      Tbl *list = nullptr;
+      if (sysmounted(&list) != 0 || list == nullptr) ++failed;
+    }
+  });
   fakes::Host host;
   host.file("/etc/mtab", "a /1 x rw\nb /2 x rw\nc /3 x rw\n");
-  go = true;
-  for (std::thread &thread : threads) thread.join();
+  threads.run();
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(mounts().size(), 3u);
 }
