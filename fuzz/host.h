@@ -57,7 +57,7 @@ int open(const char *path, int flags, ...) {
   if (Host::now != nullptr && strncmp(path, "/proc/", 6) == 0) return Host::now->file();
   va_list arguments;
   va_start(arguments, flags);
-  const int mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, int) : 0;
+  const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
   va_end(arguments);
   static const auto next = next_definition<int(const char *, int, ...)>("open");
   return next(path, flags, mode);
