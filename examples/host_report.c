@@ -155,7 +155,7 @@ static void print_processes(void) {
   long count = 0;
   for (long k = 0; k < lentbl(list); ++k) {
     const Pidstat *process = gettbl(list, k);
-    /* The rest of a very long command line stands in the list like a process, but has no pid. */
+    /* The rest of a very long command line stands in the list as well, as a rule with pid 0. */
     if (process->pid > 0) sorted[count++] = process;
   }
   qsort(sorted, (size_t)count, sizeof *sorted, busier);

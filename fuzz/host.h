@@ -16,6 +16,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "frame/vestan.h"
 #include "fuzz/input.h"

@@ -149,6 +149,7 @@ INLINE Vector permuted(const Bytes &places, Vector x, Vector y) {
   return _mm512_permutex2var_epi8(x, load(reinterpret_cast<const char *>(places.of)), y);
 }
 
+// Every pair of types has a kernel.
 template <class E, class H>
 constexpr bool kReads = true;
 template <class E, class H>

@@ -8,7 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
   const std::string text(reinterpret_cast<const char *>(data), length);
-  const Host host(text);
+  Host host(text);
   Tbl *mounts = nullptr;
   REQUIRE(sysmounted(&mounts) == 0);
   const auto lines = std::count(text.begin(), text.end(), '\n') + 1;

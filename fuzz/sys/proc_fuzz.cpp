@@ -9,7 +9,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
   if (length < 10) return 0;  // too short for any of these files: the process would end
   const std::string text(reinterpret_cast<const char *>(data), length);
-  const Host host(text);
+  Host host(text);
 
   int processors = -1;
   CpuState *states = nullptr;
